@@ -1,0 +1,20 @@
+# What `cmake --install` puts into a prefix: headers, library, CMake package and pkg-config module.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS orv EXPORT orv-targets)
+foreach(dir IN ITEMS messages alloc platform)
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/components/${dir}/include/orv"
+          DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+endforeach()
+
+set(ORV_CMAKE_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/orv")
+install(EXPORT orv-targets NAMESPACE orv:: FILE orvTargets.cmake DESTINATION "${ORV_CMAKE_DIR}")
+configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/orvConfig.cmake.in"
+  "${PROJECT_BINARY_DIR}/orvConfig.cmake" INSTALL_DESTINATION "${ORV_CMAKE_DIR}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/orvConfigVersion.cmake"
+  COMPATIBILITY SameMajorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/orvConfig.cmake" "${PROJECT_BINARY_DIR}/orvConfigVersion.cmake"
+        DESTINATION "${ORV_CMAKE_DIR}")
+
+configure_file("${PROJECT_SOURCE_DIR}/cmake/orv.pc.in" "${PROJECT_BINARY_DIR}/orv.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/orv.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")

@@ -1,0 +1,26 @@
+// The system calls of the library as the tests see them: each wrapped call passes through to the
+// system unless a test plans otherwise. The library's objects are linked with --wrap, so only its
+// calls and the tests' own are counted and refused, not those of the test framework.
+#pragma once
+
+#include <cstddef>
+
+namespace support {
+
+// Refuses one or more calls to come. `skip` calls pass first, then `count` calls (-1: all) fail
+// with `error` in errno. name is the wrapped call's, for instance "malloc" or "fork".
+void refuse(const char *name, int error, int skip = 0, int count = -1);
+
+// Ends every plan made with refuse.
+void refuse_nothing();
+
+// How often the wrapped call was made since the process started.
+long calls(const char *name);
+
+// The size asked for by the latest malloc, or by the latest realloc.
+size_t last_size(const char *name);
+
+// Blocks obtained from the system's allocator and not yet given back.
+long live_blocks();
+
+} // namespace support
