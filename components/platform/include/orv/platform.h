@@ -189,15 +189,172 @@ ORV_API unsigned int platform_sleep(unsigned int seconds);
 ORV_API int platform_page_size(void);
 ORV_API int platform_getpid(void);
 
+/**
+ * @defgroup debug_launch Debug launch
+ *
+ * What a program does first thing in its main function, before any other thread exists: one call
+ * that logs the program's arguments or, on request, pauses the program, prompts, or replaces it by
+ * a shell command or another program, so that a program can be brought up under a debugger where it
+ * is started by something else.
+ *
+ * A request is a line of words separated by blanks and tabs. It stands after the marker word
+ * `__ORV_DEBUG__` (in any letter case) at the end of the command line, or else in the variable
+ * `ORV_DEBUG`:
+ *
+ * - `delay [SECONDS]` sleeps, 30 seconds by default; the program goes on.
+ * - `prompt [TEXT...]` writes the text to standard error and reads one line from standard input;
+ * the program goes on.
+ * - `using [COMMAND...]` becomes `/bin/sh -c COMMAND`, with the user's shell as the default
+ * command.
+ * - `exec PROGRAM [ARG...]` becomes the program: a path, PATH is not searched.
+ * - No words at all mean the same as `using`.
+ *
+ * The command or program that takes over finds the launching program in three variables:
+ * `ORV_EXE` (its path as it stood in the command line), `ORV_EXE_PARMS` (its own arguments joined
+ * with single blanks) and `ORV_DEBUG_PROMPT` ("debug " and its base name). So this starts a program
+ * under a debugger:
+ *
+ *     prog a b __ORV_DEBUG__ using 'gdb --args $ORV_EXE $ORV_EXE_PARMS'
+ *
+ * @code
+ * int main(int argc, char **argv) {
+ *   platform_init_args(&argc, argv);
+ *   orv_enable_malloc_debug(ORV_MALLOC_CHECK_PTR);
+ *   for (int i = 1; i < argc; i++)
+ *     msg_print("%s", argv[i]);
+ *   return 0;
+ * }
+ * @endcode
+ *
+ * No call of this group uses the Orv MALLOC library, so the allocation debug mode may be switched
+ * on right after start-up. None may run while another thread reads the environment.
+ * @{
+ */
+
+/**
+ * Carries out a debug request or logs the arguments: platform_debug_args without a log name.
+ *
+ * @param argc the argument count of main; shortened when the command line holds a request
+ * @param argv the argument vector of main; cut in place with the count
+ */
 ORV_API void platform_init_args(int *argc, char **argv);
+
+/**
+ * Looks for a debug request in the command line, then in the environment, and carries it out; logs
+ * the arguments unless the command line held one.
+ *
+ * Arguments 1 to 510 are searched for the marker; one further back is not seen. With a marker, all
+ * arguments after it are the request, the count and the vector are cut in front of it, and, if the
+ * request lets the program go on, the call returns **without logging the arguments** and without
+ * looking at `ORV_DEBUG`. Without one, a value of `ORV_DEBUG` that is not empty is the request: the
+ * variable is set to the empty string first, so that a program started by the request does not act
+ * on it again. Then platform_log_args is called.
+ *
+ * Returns unless the process was replaced. Ends the process with status 1, after a line on standard
+ * error, when the request is not understood, cannot be carried out, or is too long: more than 4095
+ * bytes after the marker (the value of `ORV_DEBUG` may have any length), and see platform_debug_op.
+ *
+ * @param argc points to the argument count, which may be 0
+ * @param argv the argument vector, ended by null; entry 0 may be null
+ * @param log_name the name of the diagnostic log, see platform_log_args; may be null
+ */
 ORV_API void platform_debug_args(int *argc, char **argv, const char *log_name);
+
+/**
+ * Carries out one debug request; returns only after "delay" and "prompt".
+ *
+ * The first word names the operation in any letter case. "delay" takes its first operand as a
+ * decimal number (0 when it is none or negative) and ignores the others. "prompt" writes each
+ * operand and a blank, or "ORV_DEBUG prompt>", then a newline to standard error, and reads one
+ * line, of which it takes at most 254 characters. "using" joins its operands with single blanks, so
+ * runs of blanks inside quotes shrink to one, and lets `/bin/sh` make of them what it can; without
+ * operands the value of `SHELL`, or "tcsh" when that is not set, is the command. "exec" hands its
+ * operands over as they are: the first is the path of the program and its own name.
+ *
+ * Otherwise one of these lines goes to standard error and the process ends with status 1, where
+ * `%s` is the operation's word:
+ *
+ * - `"__ORV_DEBUG__ %s" not a recognized debug op.`
+ * - `"__ORV_DEBUG__ %s" operands too long.` for a command line of "using" longer than 1023 bytes
+ *   or more than 256 operands of any operation: nothing is ever cut into another command
+ * - `"__ORV_DEBUG__ %s" program arguments too long.` when they do not fit `ORV_EXE_PARMS`, see
+ *   platform_debug_export
+ * - `"__ORV_DEBUG__ using" w/execl() call failed.` when there is no `/bin/sh`
+ * - `"__ORV_DEBUG__ exec" w/execv() call failed.` when the program cannot be executed
+ *
+ * The copy of the request that is cut into words stays allocated (the system's allocator).
+ *
+ * @param program the path of this program, for `ORV_EXE`; null counts as empty
+ * @param args this program's own arguments, ended by null; null counts as none
+ * @param operation the request; null counts as empty
+ */
 ORV_API void platform_debug_op(const char *program, char *const *args, const char *operation);
+
+/**
+ * Sets `ORV_DEBUG_PROMPT`, `ORV_EXE` and `ORV_EXE_PARMS`, which describe this program to a
+ * debugging command.
+ *
+ * The base name in the prompt is cut after 249 bytes. Arguments that make more than 4095 bytes when
+ * joined are not cut: none of the three variables is set then, and nothing is said.
+ *
+ * @param program the path of the program; null counts as empty
+ * @param args the program's arguments, ended by null, without its path; null counts as none
+ */
 ORV_API void platform_debug_export(const char *program, char *const *args);
+
+/**
+ * Opens the time-stamped diagnostic log, unless that was attempted before, and writes one line for
+ * each argument into the trace: its index and, in double quotes, its text.
+ *
+ * The log is named after the program when `log_name` is null: the base name without its extension
+ * and without one leading product prefix ("velta", "orv" or "zo_", in any letter case). Opening a
+ * log takes a second; nothing is opened unless `ORV_DIAGNOSTICS_PATH` asks for it, see
+ * diag_open_stamped_log. An argument that holds a percent sign is interpreted a second time by
+ * diag_printf, like any trace text.
+ *
+ * @param argc points to the argument count, which may be 0
+ * @param argv the argument vector
+ * @param log_name a name that is used as it is; may be null
+ */
 ORV_API void platform_log_args(int *argc, char **argv, const char *log_name);
+
+/** Runs at the start of platform_log_args, and does nothing: a place for a debugger to stop at. */
 ORV_API void platform_args_hook(void);
+
+/**
+ * Sets an environment variable, replacing an earlier value.
+ *
+ * The text `name=value` is a new block of the system's allocator that belongs to the environment
+ * and is **never freed**, also when the variable is set again: do not call this in a loop. The
+ * process ends with an assertion when there is no storage.
+ *
+ * @param name the variable, not null and without "="
+ * @param value its value, not null
+ * @return 0
+ */
 ORV_API int platform_setenv(const char *name, const char *value);
+
+/**
+ * Reads an environment variable.
+ *
+ * @param name the variable, not null
+ * @return its value, which belongs to the environment, or null when it is not set
+ */
 ORV_API char *platform_getenv(const char *name);
+
+/**
+ * Reads the name of the distribution: the first word of the file `dist/DISTRIBUTION` in the
+ * directory that `ORV_DIST` names, cut after 127 bytes.
+ *
+ * Each call that finds the file **leaves it open**: ask once and keep a copy. A file without a word
+ * gives what an earlier call found, or the empty string.
+ *
+ * @return a static area that the next call overwrites; null, without a report, when `ORV_DIST` is
+ *         not set, the file cannot be opened (errno says why) or its path is longer than 4095 bytes
+ */
 ORV_API const char *platform_distribution(void);
+
+/** @} */
 
 #ifdef __cplusplus
 }
