@@ -183,11 +183,62 @@ ORV_API int platform_fd_changed(int fd, platform_file_sig_t earlier);
 ORV_API int platform_stream_changed(FILE *stream, platform_file_sig_t earlier);
 ORV_API int platform_sig_mode_test(int request, platform_file_sig_t sig);
 
+/**
+ * @defgroup process_info Process information
+ *
+ * Whether a process exists and how much memory it uses, read afresh from /proc by each call. No
+ * call here keeps state or allocates: any thread may use them at any time (a failure's report goes
+ * through the diagnostic log, which belongs to one thread).
+ *
+ * @code
+ * uint64_t resident_kb;
+ * if (platform_process_memory(-1, NULL, &resident_kb))
+ *   msg_print("This process uses %" PRIu64 " KB of memory.", resident_kb);
+ * @endcode
+ * @{
+ */
+
+/**
+ * Tells whether a process exists.
+ *
+ * A process that has ended and was not waited for yet still exists.
+ *
+ * @param pid  process id; 0 and negative values name no process.
+ * @return 1 if /proc holds the process, else 0. Nothing is reported; with 0, errno says why.
+ */
 ORV_API int platform_process_exists(int pid);
+
+/**
+ * Tells the memory use of a process, in kilobytes of 1024 bytes.
+ *
+ * @param pid          process id; any negative value stands for the calling process.
+ * @param virtual_kb   where to store the size of the address space, rounded up; may be null.
+ * @param resident_kb  where to store what is held in memory, rounded down; may be null.
+ * @return 1 with the sizes stored, or 0 with nothing stored after a report through diag_perror:
+ *         "Can't open pinfo file" (no such process, no /proc), "Can't open pinfo stat file" or
+ *         "Can't read pinfo stat file". errno is left as the failed step set it.
+ *
+ * @warning The command name in the status line is read as one word. For a process whose name holds
+ * a blank (threads and renamed processes may) the sizes are taken from wrong columns, or are 0
+ * where the columns cannot be read as numbers; the result is 1 all the same.
+ */
 ORV_API int platform_process_memory(int pid, uint64_t *virtual_kb, uint64_t *resident_kb);
+
+/**
+ * Sleeps.
+ *
+ * @param seconds  how long.
+ * @return 0, or the seconds that were left when a signal ended the sleep.
+ */
 ORV_API unsigned int platform_sleep(unsigned int seconds);
+
+/** Tells the size of a page of memory, in bytes. */
 ORV_API int platform_page_size(void);
+
+/** Tells the id of the calling process. */
 ORV_API int platform_getpid(void);
+
+/** @} */
 
 /**
  * @defgroup debug_launch Debug launch
