@@ -1,0 +1,87 @@
+# Shared by the scripts: where the project stands, how a script speaks, what it needs installed,
+# and how a preset is built. To be sourced.
+# shellcheck shell=bash
+
+project=$(cd -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/../.." && pwd -P)
+jobs=$(nproc)
+readonly project jobs
+
+# What is needed, as PACKAGE=SIGN: the Debian package, and the command or the file that shows that
+# the thing is there (whoever installed it).
+# shellcheck disable=SC2034 # read by the scripts that source this file
+{
+  build_needs=("cmake=cmake" "ninja-build=ninja" "gcc=gcc" "g++=g++"
+    "libc6-dev=/usr/include/stdio.h" "libstdc++-12-dev=/usr/include/c++")
+  test_needs=("${build_needs[@]}" "libgtest-dev=/usr/include/gtest/gtest.h"
+    "libgmock-dev=/usr/include/gmock/gmock.h" "pkg-config=pkg-config" "binutils=nm")
+  check_needs=("${test_needs[@]}" "clang=clang" "clang-format=clang-format"
+    "clang-tidy=clang-tidy" "cppcheck=cppcheck" "valgrind=valgrind"
+    "libc6-dbg=/usr/lib/debug/.build-id" "shellcheck=shellcheck" "pmccabe=pmccabe"
+    "python3=python3")
+}
+
+say() {
+  printf '%s\n' "$*"
+}
+
+die() {
+  printf '%s: %s\n' "${0##*/}" "$*" >&2
+  exit 1
+}
+
+# is_present SIGN
+is_present() {
+  case $1 in
+    /*) [ -e "$1" ] ;;
+    *) command -v "$1" >/dev/null ;;
+  esac
+}
+
+# packages_missing NEED...: the packages among them whose sign is not there, one a line.
+packages_missing() {
+  local need
+  for need in "$@"; do
+    is_present "${need##*=}" || printf '%s\n' "${need%=*}"
+  done
+}
+
+# as_root COMMAND...
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    return 1
+  fi
+}
+
+# install_packages PACKAGE...
+install_packages() {
+  local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q)
+  command -v apt-get >/dev/null &&
+    as_root "${apt[@]}" update &&
+    as_root "${apt[@]}" install --yes --no-install-recommends "$@"
+}
+
+# require NEED...: installs what is not there; ends the script, saying what is missing, where it
+# cannot. Without anything missing it asks nobody.
+require() {
+  local missing
+  mapfile -t missing < <(packages_missing "$@")
+  [ "${#missing[@]}" -gt 0 ] || return 0
+  say "Installing: ${missing[*]}"
+  install_packages "${missing[@]}" </dev/null || true
+  mapfile -t missing < <(packages_missing "$@")
+  [ "${#missing[@]}" -eq 0 ] ||
+    die "missing, and could not be installed here (Debian's names): ${missing[*]}"
+}
+
+# build_preset PRESET [TARGET...]: configures and builds in build/PRESET.
+build_preset() {
+  local preset=$1
+  shift
+  (cd -- "$project" &&
+    cmake --preset "$preset" &&
+    cmake --build --preset "$preset" --parallel "$jobs" ${1:+--target "$@"})
+}
