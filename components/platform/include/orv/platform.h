@@ -114,74 +114,451 @@ ORV_API int platform_get_one_message(int sock, platform_message_handler handler,
 ORV_API int platform_message_loop(int sock, platform_message_handler handler,
                                   platform_idle_callback idle, int drain);
 
-typedef struct platform_file_list_t {
-  uint64_t count;
-  char **paths;
-  glob_t *glob;
-} platform_file_list_t;
+/**
+ * @defgroup orv_files Files and paths
+ *
+ * The file system of a Linux process in one place: the working directory, path names, status
+ * tests, small changes, wildcard listings, whole trees and file signatures.
+ *
+ * - A yes/no question answers 1 or 0 and reports nothing. Links are followed.
+ * - A call with a `buffer` parameter writes into it when it is given, and returns it. With a null
+ *   `buffer` it returns a new block, which the caller releases with orv_free(). The caller's buffer
+ *   may be the argument itself where nothing else is said.
+ * - A path has up to 4096 characters, so a buffer for one has 4097 bytes; the system itself
+ * resolves no path of more than 4095 characters.
+ * - A null path counts as the empty path, which names no file, unless a call says otherwise.
+ * - A call that fails leaves the system's errno for its caller. Only platform_set_cwd() and the
+ * wait for a tool report anything, and those into the trace, through diag_perror().
+ * - Refused storage is the matter of the allocation library; where its failure handler returns
+ * null, the call returns null or 0.
+ *
+ * @code
+ * platform_file_list_t sources = {0};
+ * if (platform_list_dir("src/", "*.c", &sources)) {
+ *   for (uint64_t i = 0; i < sources.count; i++) {
+ *     char *name = platform_base_name(sources.paths[i], NULL);
+ *     printf("%s: %lld bytes\n", name, (long long)platform_file_size(sources.paths[i]));
+ *     orv_free(name);
+ *   }
+ *   platform_free_dir_list(&sources);
+ * }
+ * @endcode
+ * @{
+ */
 
-typedef struct platform_file_sig_t {
-  uint32_t gid;
-  uint32_t ctime;
-  uint32_t mtime;
-  uint32_t atime;
-  uint32_t dev;
-  uint32_t ino;
-  uint32_t mode;
-  uint64_t size;
-  uint64_t check;
-} platform_file_sig_t;
+/**
+ * @defgroup orv_paths Working directory and path names
+ * @{
+ */
 
+/**
+ * Tells the working directory.
+ * @param buffer where to write it, or null for a new block of 4097 bytes
+ * @param size   the bytes of `buffer`; not looked at when `buffer` is null. 0 and less is refused
+ *               like any size that is too small (EINVAL, ERANGE).
+ * @return what getcwd() returned: the buffer, or null with errno set. A block that the call took
+ *         itself is not released on failure: a program that may stand in a removed directory gives
+ *         a buffer of its own.
+ */
 ORV_API char *platform_get_cwd(char *buffer, int size);
+
+/**
+ * Changes the working directory.
+ * @return 1; 0 with errno set when the system refused, which is then reported into the trace as
+ *         "platform_set_cwd", a colon and the system's text
+ */
 ORV_API int platform_set_cwd(const char *path);
+
+/**
+ * Gives the directory part of a path: all that stands before its last "/".
+ *
+ * "/a/b/c" gives "/a/b" and "/a/b/" gives "/a/b". A path without "/" gives the empty text, and so
+ * does one whose only "/" is its first character: "/usr" gives "", not "/".
+ * @param path   the path; it need not exist. Null gives null.
+ * @param buffer room for the whole path and its terminator (it is copied whole, then cut), or null
+ *               for a new block of that size
+ */
 ORV_API char *platform_dir_name(const char *path, char *buffer);
+
+/**
+ * Gives the base name of a path: what stands after its last "/", or all of it.
+ *
+ * The base name of "/a/b/" and of "/" is empty.
+ * @param path   the path; it need not exist. Null gives null.
+ * @param buffer room for the base name and its terminator, or null for a new block of that size
+ */
 ORV_API char *platform_base_name(const char *path, char *buffer);
+
+/**
+ * Gives the extension of a path's base name: its last "." and what follows.
+ *
+ * "a.b.c" gives ".c", "a." gives ".". A "." that begins the name does not count: ".profile" has no
+ * extension, but the second dot of ".." begins one.
+ * @param path   the path; it need not exist. Null gives null.
+ * @param buffer room for the extension and its terminator, or null for a new block of that size
+ * @return the extension, or null when there is none; `buffer` is then not written
+ */
 ORV_API char *platform_extension(const char *path, char *buffer);
+
+/**
+ * Gives a path's base name without its extension: "/src/a.tar.gz" gives "a.tar".
+ *
+ * ".profile" stays whole, and ".." gives ".".
+ * @param path   the path; it need not exist. Null gives null.
+ * @param buffer room for the whole base name and its terminator, or null for a new block of that
+ *               size
+ */
 ORV_API char *platform_root_name(const char *path, char *buffer);
+
+/**
+ * Resolves a path: absolute, without links, "." and "..", by realpath().
+ * @param path   the path of something that exists
+ * @param buffer at least 4096 bytes, or null for a new block of 4097 bytes
+ * @return the resolved path; null with errno set when the system cannot resolve it. A block that
+ *         the call took is then released; what a caller's buffer holds then is not defined.
+ */
 ORV_API char *platform_real_path(const char *path, char *buffer);
+
+/** Tells whether a path begins with "/": 1 or 0; 0 for null. */
 ORV_API int platform_is_absolute(const char *path);
+
+/**
+ * Resolves a path like platform_real_path(), or leaves it as it is.
+ *
+ * @return the resolved path in a static buffer, which every further call of this one overwrites,
+ *         also one that fails; `path` itself when it cannot be resolved. Not to be freed. Do not
+ *         pass the result of an earlier call.
+ */
 ORV_API const char *platform_canonical_path(const char *path);
+
+/**
+ * Gives the path that leads from a directory to another file.
+ *
+ * A path that begins with "/" is taken as it stands, without a look at the file system; any other
+ * is resolved first and must exist. What both begin with, character by character, is dropped:
+ *
+ * | from     | to       | result      |
+ * |----------|----------|-------------|
+ * | "/a/b/c" | "/a/x/y" | "../../x/y" |
+ * | "/a/b/c" | "/a/b"   | "../../b"   |
+ * | "/a/b"   | "/a/b/c" | "c"         |
+ * | "/a/b"   | "/a/b"   | "."         |
+ * | "/a/bx"  | "/a/b/c" | "c"         |
+ * | "/"      | "/x"     | "../x"      |
+ * | "/a/"    | "/a/x"   | "../x"      |
+ * | "/a"     | "/a/"    | ""          |
+ *
+ * The last four rows are what the character-wise comparison makes of such paths, and not what a
+ * change into `from` would need. For a dependable answer give resolved directories without a
+ * trailing "/" that are not the root, none of which has the other's name as the beginning of its
+ * own.
+ * @param from   the directory to start from
+ * @param to     what to reach
+ * @param buffer 4097 bytes, or null for a new block of that size. Null is returned before anything
+ *               is written or allocated.
+ * @return the relative path; null with errno set when a path cannot be resolved, or when a path of
+ *         more than 4095 characters is given or a result of more than 4096 would be made
+ *         (ENAMETOOLONG)
+ */
 ORV_API char *platform_relative_path(const char *from, const char *to, char *buffer);
+
+/**
+ * Resolves a path as it is seen from a directory.
+ *
+ * The working directory of the whole process is changed and changed back for this. When the change
+ * fails, that is reported as platform_set_cwd() does, and the path is resolved from where the
+ * process stands: ask platform_is_dir() first when that would mislead.
+ * @param directory the directory to look from
+ * @param path      the path to resolve
+ * @param buffer    at least 4096 bytes, or null for a new block of 4097 bytes
+ * @return the result of platform_real_path(). Also null, and nothing is changed, when the present
+ *         working directory cannot be told or has more than 4095 characters.
+ */
 ORV_API char *platform_real_path_in(const char *directory, const char *path, char *buffer);
 
+/** @} */
+
+/**
+ * @defgroup orv_file_status Status of a file
+ * @{
+ */
+
+/** Tells when a file was last modified, in seconds since 1970; 0 when its status cannot be read. */
 ORV_API int64_t platform_file_mtime(const char *path);
+
+/** Tells the size of a file in bytes; -1 when its status cannot be read. */
 ORV_API int64_t platform_file_size(const char *path);
+
+/**
+ * Tells the user name of a file's owner.
+ * @return the name, in storage of the system's password lookup that the next lookup overwrites (not
+ *         to be freed); null when the status cannot be read or the owner has no password entry
+ */
 ORV_API const char *platform_file_owner(const char *path);
+
+/** Tells whether a path leads to a directory: 1 or 0. */
 ORV_API int platform_is_dir(const char *path);
+
+/** Tells whether a path leads to anything: 1 or 0. A dangling link leads to nothing. */
 ORV_API int platform_exists(const char *path);
+
+/** The same as platform_exists(). */
 ORV_API int platform_file_exists(const char *path);
+
+/** Tells whether the process's real user may read a file: 1 or 0, by access(). */
 ORV_API int platform_is_readable(const char *path);
+
+/** Tells whether the process's real user may write a file: 1 or 0, by access(). */
 ORV_API int platform_is_writable(const char *path);
+
+/** Tells whether the process's real user may execute a file or search a directory: 1 or 0. */
 ORV_API int platform_is_executable(const char *path);
+
+/** Tells whether a path leads to a directory that the process's real user may write: 1 or 0. */
 ORV_API int platform_is_writable_dir(const char *path);
+
+/**
+ * Tells how many bytes of a file system unprivileged users may still fill.
+ *
+ * Counted as the free blocks times the block size (f_bavail times f_bsize); on a file system that
+ * counts in another fragment size (f_frsize), use statvfs() itself.
+ * @param path any path on the file system
+ * @return the bytes; all bits set ((uint64_t)-1) for a null or empty path; all but the lowest
+ *         ((uint64_t)-2) with errno set when statvfs() fails
+ */
 ORV_API uint64_t platform_free_space(const char *path);
 
+/** @} */
+
+/**
+ * @defgroup orv_file_changes Small changes
+ * @{
+ */
+
+/**
+ * Removes a file or an empty directory.
+ * @return 1; 0 when there is nothing at the path or the system refused. A dangling link counts as
+ *         nothing and stays: unlink() removes it.
+ */
 ORV_API int platform_remove(const char *path);
+
+/** Renames a file or directory within its file system: 1, or 0 with errno set. */
 ORV_API int platform_rename(const char *old_path, const char *new_path);
+
+/** Makes a directory with mode 0777 less the umask: 1, or 0 with errno set. */
 ORV_API int platform_mkdir(const char *path);
+
+/** The same as platform_mkdir(). */
 ORV_API int platform_make_dir(const char *path);
+
+/** Removes an empty directory: 1, or 0 with errno set. */
 ORV_API int platform_rmdir(const char *path);
+
+/**
+ * Copies the bytes of a file; a destination that is new gets mode 0666 less the umask.
+ *
+ * Both files are opened first: the destination is emptied, or made, even when the source cannot be
+ * opened, and a file copied onto itself is left empty. What the writes return is not looked at, so
+ * a full disk leaves a short copy and still the result 1: compare platform_file_size() of both
+ * where that matters.
+ * @return 1 when the end of the source was reached; 0 with errno set when a file could not be
+ * opened or a read failed (the copy then holds what was read before)
+ */
 ORV_API int platform_copy_file(const char *source, const char *destination);
+
+/**
+ * Removes a directory and everything below it, without a child process.
+ *
+ * The contents are found with platform_list_dir() and the patterns "*" and ".*", and what is said
+ * there holds here too:
+ *
+ * - wildcards and backslashes in the names of the directory and of those below it are interpreted,
+ *   so that the entries of a *different* directory may be listed and removed;
+ * - the listings leave small blocks allocated, four for every directory whose path does not end in
+ *   "/", those below included.
+ *
+ * Links to directories are followed: the directory behind a link is emptied, the link itself then
+ * stops the removal. A dangling link is passed over and keeps its directory from being removed.
+ * platform_rm_rf() has none of these traits.
+ * @param path a directory that the process may write
+ * @return 1 when the directory is gone; 0 when it is not a writable directory, or at the first
+ *         entry that could not be removed: what was removed before stays removed
+ */
 ORV_API int platform_remove_tree(const char *path);
 
+/** @} */
+
+/**
+ * @defgroup orv_listing Listing by wildcard
+ * @{
+ */
+
+/**
+ * The result of a listing. Cleared to zero by the caller, filled by platform_list_dir() and
+ * released as a whole by platform_free_dir_list().
+ */
+typedef struct platform_file_list_t {
+  uint64_t count; /**< paths that matched */
+  char **paths;   /**< the paths, each with its directory, sorted by the locale; then a null */
+  glob_t *glob;   /**< what owns the paths; null while nothing is held */
+} platform_file_list_t;
+
+/**
+ * Lists the entries of a directory that match a pattern.
+ *
+ * The directory and the pattern are joined with a "/" and handed to glob(). Wildcards and
+ * backslashes in the directory are therefore interpreted too: the entries of a directory named
+ * "[a]" are found as "\\[a]", not as "[a]".
+ * @param directory the directory; null or empty gives 0. One without a trailing "/" costs two small
+ *                  blocks that stay allocated (the copies that the two-text join leaves), so give
+ * it with its "/" where that counts.
+ * @param pattern   a shell wildcard; null or empty means "*". "*" does not match names that begin
+ *                  with "."; ".*" does, and gives the entries "." and ".." as well.
+ * @param list      the record to fill; null gives 0. What it held before is overwritten, not
+ *                  released.
+ * @return 1 when something matched; 0, with the record untouched, when nothing did or the search
+ *         failed
+ */
 ORV_API int platform_list_dir(const char *directory, const char *pattern,
                               platform_file_list_t *list);
+
+/**
+ * Releases a listing, with its paths.
+ *
+ * The fields keep their values, so a second call for the same listing would release it again: clear
+ * the record to use it anew.
+ * @param list the record; null, and a record that holds nothing, are ignored
+ */
 ORV_API void platform_free_dir_list(platform_file_list_t *list);
+
+/**
+ * Tells whether a name matches a shell wildcard, by fnmatch() without flags: 1 or 0.
+ *
+ * Here "*" matches "/" and a leading "." too.
+ * @param name    the name; null gives 0
+ * @param pattern the wildcard; null or empty means "*"
+ */
 ORV_API int platform_name_matches(const char *name, const char *pattern);
 
+/** @} */
+
+/**
+ * @defgroup orv_tree_tools Trees through the system's tools
+ *
+ * Each call runs rm, cp or mv as a child process with the caller's standard streams and waits for
+ * it. The tool is taken from "/bin", else from "/usr/bin", else from PATH. What it complains about
+ * goes to standard error.
+ *
+ * A path that begins with "-" would be read as an option by the tool: give it as "./-name".
+ *
+ * When neither fixed path can be executed and PATH has no such tool, the call returns in *two*
+ * processes: 0 in the caller, which then waits for a copy of itself, and 0 in that copy, which goes
+ * on running the caller's code. A program that must reckon with a system without these tools makes
+ * sure of them first.
+ * @{
+ */
+
+/**
+ * Removes a file or a tree (rm -r -f). Links are removed, not followed.
+ * @return 1 when the tool ended with 0, also when there was nothing at the path; else 0, also when
+ *         no process could be started
+ */
 ORV_API int platform_rm_rf(const char *path);
+
+/**
+ * Copies a file or a tree with its links, modes and times (cp -a).
+ * @return 1 when the tool ended with 0; else 0, also when no process could be started
+ */
 ORV_API int platform_cp_a(const char *source, const char *destination);
+
+/**
+ * Moves a directory (mv -f).
+ * @param source      a directory that the process may write; anything else, a plain file too, is
+ *                    refused and nothing is run
+ * @param destination the new path, or an existing directory to move it into
+ * @return 1 when the tool ended with 0; else 0, also when no process could be started
+ */
 ORV_API int platform_mv(const char *source, const char *destination);
 
+/** @} */
+
+/**
+ * @defgroup orv_signatures File signatures
+ *
+ * A signature is a small record, passed by value, by which a program tells later whether a file has
+ * changed:
+ *
+ * @code
+ * platform_file_sig_t seen = platform_file_sig("orv.conf");
+ * ...
+ * if (platform_file_changed("orv.conf", seen))
+ *   seen = platform_file_sig("orv.conf");
+ * @endcode
+ *
+ * Times are in whole seconds: a change within the second of the signature that keeps the size may
+ * go unnoticed.
+ * @{
+ */
+
+/** What a file's status was. All fields of the signature of an unreadable status are 0. */
+typedef struct platform_file_sig_t {
+  uint32_t gid;   /**< the file's group (its owner is not kept) */
+  uint32_t ctime; /**< last change of the status, seconds, the low 32 bits */
+  uint32_t mtime; /**< last modification, seconds, the low 32 bits */
+  uint32_t atime; /**< last access, seconds, the low 32 bits; never compared */
+  uint32_t dev;   /**< device number, the low 32 bits */
+  uint32_t ino;   /**< inode number, the low 32 bits */
+  uint32_t mode;  /**< type and permission bits */
+  uint64_t size;  /**< bytes */
+  uint64_t check; /**< size XOR 0x404040, which tells a signature from zeros; never compared */
+} platform_file_sig_t;
+
+/** Takes the signature of a file, links followed; the empty one when its status is unreadable. */
 ORV_API platform_file_sig_t platform_file_sig(const char *path);
+
+/** Takes the signature of an open file; the empty one when `fd` is not open. */
 ORV_API platform_file_sig_t platform_fd_sig(int fd);
+
+/**
+ * Takes the signature of an open stream's file; the empty one for null and for a stream without a
+ * descriptor. What the stream still buffers is not in the file yet.
+ */
 ORV_API platform_file_sig_t platform_stream_sig(FILE *stream);
+
+/**
+ * Tells whether two signatures differ: 1 or 0. `atime` and `check` are not compared: reading a file
+ * does not change it.
+ */
 ORV_API int platform_sig_differs(platform_file_sig_t a, platform_file_sig_t b);
+
+/** Tells whether `check` fits `size`: 1 or 0. The empty signature is not valid. */
 ORV_API int platform_sig_valid(platform_file_sig_t sig);
+
+/**
+ * Tells whether a file has another signature than before: 1 or 0. A file that is gone has changed,
+ * unless it was gone before too.
+ */
 ORV_API int platform_file_changed(const char *path, platform_file_sig_t earlier);
+
+/** The same for an open descriptor. */
 ORV_API int platform_fd_changed(int fd, platform_file_sig_t earlier);
+
+/** The same for an open stream. */
 ORV_API int platform_stream_changed(FILE *stream, platform_file_sig_t earlier);
+
+/**
+ * Tests the type and the owner's permissions in a signature.
+ *
+ * @param request the lowest two bits name a type (0 any, 1 regular file, 2 directory, 3 socket);
+ *                0x100 asks for the owner's read, 0x200 for the write and 0x400 for the execute
+ *                permission, in any combination. Other bits are ignored.
+ * @param sig     the signature; who asks plays no part
+ * @return 1 when the type and every permission asked for hold, else 0
+ */
 ORV_API int platform_sig_mode_test(int request, platform_file_sig_t sig);
+
+/** @} */
+/** @} */
 
 /**
  * @defgroup process_info Process information
