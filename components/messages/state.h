@@ -1,0 +1,72 @@
+// Everything that the message library keeps between two calls, in one record.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <orv/msg.h>
+
+namespace orv::messages {
+
+constexpr int kTypeCount = 5;
+constexpr int kDiagIndex = 4; // of MSG_DIAG in State::streams
+constexpr size_t kReserveSize = 16384;
+
+// The prefixes that a program may set, as indices of State::prefixes.
+enum PrefixSlot { kMpPrefix, kWarnPrefix, kPrintPrefix, kInternalErrorPrefix, kErrorPrefix };
+constexpr int kPrefixCount = 5;
+
+struct Prefix {
+  const char *text; // never null
+  bool owned;       // the text is a heap copy; the initial texts are constants
+};
+
+// What msg_cont goes on with.
+struct LastMessage {
+  int type;         // 0 until the first message has been written
+  const char *head; // leads a fresh line of that message
+  bool head_owned;  // the head is a heap copy; mostly it is a piece of the constant blanks
+  bool solo;
+  int format_type;
+};
+
+// A heap text that was replaced while a message that may read it was being written.
+struct RetiredText {
+  RetiredText *next;
+  char *text;
+};
+
+struct State {
+  int32_t width_limit;   // columns; 0 switches wrapping off
+  int32_t width_settled; // 1 once the environment has been read or a limit has been set
+  int32_t solo_output;   // 0 silences the solo messages
+  int32_t column;        // characters on the current output line, of all types and streams together
+  Prefix prefixes[kPrefixCount];
+  LastMessage last;
+  int32_t initialised;                 // 1 once the stream lists hold their defaults
+  msg_stream_desc streams[kTypeCount]; // in the order of the types' values
+  int32_t messages_in_progress;        // nested when a stream fails while a message is written
+  RetiredText *retired;                // given back when no message is in progress
+  size_t reserve_used;                 // bytes of the reserve that messages in progress hold
+  char reserve[kReserveSize];          // takes the text when the heap refuses a buffer
+};
+
+extern constinit State state;
+
+[[nodiscard]] inline const char *prefix_text(PrefixSlot slot) {
+  return state.prefixes[slot].text;
+}
+
+// The index of a type's streams in State::streams, -1 for a value that is no single type.
+constexpr int index_of_type(int type) {
+  for (int index = 0; index < kTypeCount; index++)
+    if (type == 1 << index)
+      return index;
+  return -1;
+}
+static_assert(index_of_type(MSG_DIAG) == kDiagIndex);
+
+// Frees a heap text of this record, but not under a message that may still be reading it.
+void release_text_when_idle(const char *text);
+void free_retired_texts();
+
+} // namespace orv::messages

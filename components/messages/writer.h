@@ -1,0 +1,50 @@
+// A message while it is being written, and the steps of writing it that live in files of their own.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <orv/msg.h>
+#include <string_view>
+
+namespace orv::messages {
+
+struct Message {
+  int type;
+  int format_type;
+  bool solo;
+  msg_stream_desc *streams;   // read anew for each write: a failing stream leaves the list
+  std::string_view mp_prefix; // leads every line; empty for a solo message
+  std::string_view head;      // the prefix until a head has been written, then the indentation
+  size_t prefix_length;       // what the column grows by at every head, beside the mp prefix
+  const char *indentation;    // as many blanks as the prefix is long, within the cap
+  bool head_written;
+};
+
+// writer_text.cpp
+
+// The text of a message: in a heap block, in the reserve, or the format itself.
+struct Text {
+  std::string_view characters;
+  char *block;     // null when the text is not in the heap
+  size_t reserved; // bytes of the reserve that it holds
+};
+
+// Expands the format with errno as it stood when the message call was entered. Never fails.
+[[nodiscard]] Text expand_text(const char *format, va_list args, int entry_errno);
+void release_text(const Text &text);
+
+// writer_streams.cpp
+
+// Both drop a stream that fails, with a warning, and go on with the next index.
+void write_to_streams(const Message &message, std::string_view piece);
+void flush_streams(const Message &message);
+
+// writer_wrap.cpp
+
+// Where the line breaks that starts at `start` and has `room` columns left. line_end is the next
+// newline or the end of the text.
+[[nodiscard]] const char *choose_break(const char *start, const char *line_end, int64_t room);
+[[nodiscard]] const char *skip_blanks(const char *from, const char *end);
+
+} // namespace orv::messages
