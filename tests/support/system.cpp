@@ -35,6 +35,8 @@ Call known[] = {
     {"waitpid", 0, 0, 0, 0, 0},    {"kill", 0, 0, 0, 0, 0},    {"fsync", 0, 0, 0, 0, 0},
     {"fflush", 0, 0, 0, 0, 0},     {"read", 0, 0, 0, 0, 0},    {"vsnprintf", 0, 0, 0, 0, 0},
     {"sleep", 0, 0, 0, 0, 0},      {"poll", 0, 0, 0, 0, 0},    {"close", 0, 0, 0, 0, 0},
+    {"fopen", 0, 0, 0, 0, 0},      {"fgets", 0, 0, 0, 0, 0},   {"getlogin", 0, 0, 0, 0, 0},
+    {"time", 0, 0, 0, 0, 0},
 };
 
 Call &call_named(const char *name) {
@@ -59,6 +61,16 @@ bool refused(Call &call) {
   errno = call.error;
   return true;
 }
+
+struct Answers {
+  char path_opened[8192];
+  time_t now; // 0: the true time
+  bool login_name_set;
+  const char *login_name;
+  bool sleep_replaced;
+  void (*sleep_action)();
+};
+Answers answers;
 
 // The live blocks: an open-addressed table of addresses, large enough for any test.
 constexpr size_t kSlots = 1U << 20;
@@ -104,6 +116,7 @@ void refuse(const char *name, int error, int skip, int count) {
 void refuse_nothing() {
   for (Call &call : known)
     call.count = 0;
+  answers = {};
 }
 
 long calls(const char *name) {
@@ -115,9 +128,24 @@ size_t last_size(const char *name) {
 long live_blocks() {
   return live;
 }
+const char *last_path_opened() {
+  return answers.path_opened;
+}
+void set_time(time_t now) {
+  answers.now = now;
+}
+void set_login_name(const char *name) {
+  answers.login_name_set = true;
+  answers.login_name = name;
+}
+void replace_sleep(void (*action)()) {
+  answers.sleep_replaced = true;
+  answers.sleep_action = action;
+}
 
 } // namespace support
 
+using support::answers;
 using support::call_named;
 using support::refused;
 
@@ -188,13 +216,51 @@ WRAP(ssize_t, send, (int fd, const void *bytes, size_t length, int flags),
 WRAP(ssize_t, recv, (int fd, void *buffer, size_t length, int flags), (fd, buffer, length, flags))
 WRAP(pid_t, waitpid, (pid_t pid, int *status, int options), (pid, status, options))
 WRAP(int, kill, (pid_t pid, int signal), (pid, signal))
-WRAP(int, fsync, (int fd), (fd))
 WRAP(int, fflush, (FILE * stream), (stream))
 WRAP(ssize_t, read, (int fd, void *buffer, size_t length), (fd, buffer, length))
 WRAP(int, vsnprintf, (char *buffer, size_t size, const char *format, va_list args),
      (buffer, size, format, args))
 WRAP(int, poll, (pollfd * fds, nfds_t count, int limit), (fds, count, limit))
 WRAP(int, close, (int fd), (fd))
+
+int __real_fsync(int fd);
+int __wrap_fsync(int fd) {
+  static support::Call &call = call_named("fsync");
+  call.last_size = static_cast<size_t>(fd);
+  return refused(call) ? -1 : __real_fsync(fd);
+}
+
+FILE *__real_fopen(const char *path, const char *mode);
+FILE *__wrap_fopen(const char *path, const char *mode) {
+  static support::Call &call = call_named("fopen");
+  snprintf(answers.path_opened, sizeof answers.path_opened, "%s", path);
+  return refused(call) ? nullptr : __real_fopen(path, mode);
+}
+
+char *__real_fgets(char *line, int size, FILE *stream);
+char *__wrap_fgets(char *line, int size, FILE *stream) {
+  static support::Call &call = call_named("fgets");
+  return refused(call) ? nullptr : __real_fgets(line, size, stream);
+}
+
+char *__real_getlogin(void);
+char *__wrap_getlogin(void) {
+  static support::Call &call = call_named("getlogin");
+  if (refused(call))
+    return nullptr;
+  return answers.login_name_set ? const_cast<char *>(answers.login_name) : __real_getlogin();
+}
+
+time_t __real_time(time_t *result);
+time_t __wrap_time(time_t *result) {
+  static support::Call &call = call_named("time");
+  call.made++;
+  if (answers.now == 0)
+    return __real_time(result);
+  if (result != nullptr)
+    *result = answers.now;
+  return answers.now;
+}
 
 unsigned __real_sleep(unsigned seconds);
 // A refused sleep returns at once, as if nothing were left to sleep.
@@ -203,7 +269,11 @@ unsigned __wrap_sleep(unsigned seconds) {
   call.last_size = seconds;
   if (refused(call))
     return 0;
-  return __real_sleep(seconds);
+  if (!answers.sleep_replaced)
+    return __real_sleep(seconds);
+  if (answers.sleep_action != nullptr)
+    answers.sleep_action();
+  return 0;
 }
 
 } // extern "C"

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ctime>
 
 namespace support {
 
@@ -11,14 +12,28 @@ namespace support {
 // with `error` in errno. name is the wrapped call's, for instance "malloc" or "fork".
 void refuse(const char *name, int error, int skip = 0, int count = -1);
 
-// Ends every plan made with refuse.
+// Ends every plan made with refuse, and every answer set below.
 void refuse_nothing();
 
 // How often the wrapped call was made since the process started.
 long calls(const char *name);
 
-// The size asked for by the latest malloc, or by the latest realloc.
+// The size asked for by the latest malloc, or by the latest realloc; the seconds of the latest
+// sleep; the descriptor of the latest fsync.
 size_t last_size(const char *name);
+
+// The path of the latest fopen, refused or not.
+const char *last_path_opened();
+
+// What every later time() tells; 0 goes back to the true time.
+void set_time(time_t now);
+
+// What every later getlogin() tells; null stands for a process without a login name. Until the
+// first call the system answers.
+void set_login_name(const char *name);
+
+// Sleeps no longer: every later sleep() calls `action`, if there is one, and is over.
+void replace_sleep(void (*action)());
 
 // Blocks obtained from the system's allocator and not yet given back.
 long live_blocks();
