@@ -5,7 +5,6 @@
 #include "messages/streams.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -201,10 +200,9 @@ void msg_output(int type, int fmt_type, int solo, int continuation, const char *
                 const char *format, va_list args) {
   if (solo != 0 && state.solo_output == 0)
     return;
-  const int entry_errno = errno;
   state.messages_in_progress++;
   Message message = prepare_message(type, fmt_type, solo != 0, prefix);
-  const Text text = expand_text(apply_dollar_rule(message, format), args, entry_errno);
+  const Text text = expand_text(apply_dollar_rule(message, format), args);
   start_output(message, continuation != 0);
   write_text(message, text.characters);
   release_text(text);

@@ -30,8 +30,9 @@ struct Text {
   size_t reserved; // bytes of the reserve that it holds
 };
 
-// Expands the format with errno as it stood when the message call was entered. Never fails.
-[[nodiscard]] Text expand_text(const char *format, va_list args, int entry_errno);
+// Expands the format. Never fails: there is always something to write. Keeps errno, which must
+// still stand as the caller of the message had it, for %m.
+[[nodiscard]] Text expand_text(const char *format, va_list args);
 void release_text(const Text &text);
 
 // writer_streams.cpp

@@ -62,24 +62,22 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
 
 } // namespace
 
-Text expand_text(const char *format, va_list args, int entry_errno) {
+Text expand_text(const char *format, va_list args) {
+  const ErrnoGuard entry;
   size_t size = kFirstSize;
-  auto *buffer = static_cast<char *>(malloc(size));
-  while (buffer != nullptr) {
-    const int length = format_into(buffer, size, format, args, entry_errno);
+  for (;;) {
+    auto *buffer = static_cast<char *>(malloc(size));
+    if (buffer == nullptr)
+      return expand_in_reserve(format, args, entry.value());
+    const int length = format_into(buffer, size, format, args, entry.value());
     if (fits(length, size))
       return {.characters = {buffer, static_cast<size_t>(length)}, .block = buffer, .reserved = 0};
-    if (!may_fit_a_larger_buffer(length, size, entry_errno)) {
-      free(buffer);
+    const bool grow = may_fit_a_larger_buffer(length, size, entry.value());
+    free(buffer);
+    if (!grow)
       return the_format_itself(format);
-    }
     size = next_size(length, size);
-    auto *larger = static_cast<char *>(realloc(buffer, size));
-    if (larger == nullptr)
-      free(buffer);
-    buffer = larger;
   }
-  return expand_in_reserve(format, args, entry_errno);
 }
 
 void release_text(const Text &text) {
