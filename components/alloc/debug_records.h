@@ -1,0 +1,116 @@
+// Debug mode's view of the heap: the layout of a block, the table of records, and the full check
+// of a pointer against both.
+#pragma once
+
+#include "alloc/site.h"
+#include "alloc/state.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace orv::alloc {
+
+// A block of n bytes in debug mode. The caller's pointer is the system's plus 8; the trailer
+// stands where n, rounded up to a multiple of 4, ends.
+//
+//   system address      caller's pointer
+//   |                   |
+//   +---------+---------+------------------------+-----------+---------+
+//   |  index  |  word   |  the caller's n bytes  | gap (0-3) | trailer |
+//   +---------+---------+------------------------+-----------+---------+
+//   0         4         8                        8 + n       8 + 4 * ceil(n / 4)
+//
+struct BlockHeader {
+  int32_t index; // of the block's record in the table
+  uint32_t word; // kAllocatedMagic while the block is live, kFreedMagic once it was released
+};
+static_assert(sizeof(BlockHeader) == 8 && offsetof(BlockHeader, index) == 0 &&
+              offsetof(BlockHeader, word) == 4);
+
+constexpr uint32_t kAllocatedMagic = 0x5739E56A;
+constexpr uint32_t kFreedMagic = 0x7D2C5B7E;
+constexpr uint32_t kTrailerMagic = 0x35A7B641;
+constexpr uint64_t kPointerAlignment = 8;
+constexpr uint64_t kRecordsPerGrowth = 1024;
+
+// What the table remembers of a block. A released record keeps everything but its status, so that
+// a stale pointer can still be told by whom it had been allocated.
+struct debug_info {
+  void *ptr;            // the caller's pointer
+  uint64_t length;      // the bytes that were asked for
+  const char *method;   // of the allocating call, like the next two
+  CallerOrLine third;   //
+  PurposeOrFile fourth; //
+  int32_t status;       // kLiveNamed, kLiveLocated, or free: the next free index, kEndOfFreeList
+  SiteKind kind;        // outlives the release, unlike the status, and says which of third is meant
+};
+static_assert(sizeof(debug_info) == 48 && offsetof(debug_info, ptr) == 0 &&
+              offsetof(debug_info, length) == 8 && offsetof(debug_info, method) == 16 &&
+              offsetof(debug_info, third) == 24 && offsetof(debug_info, fourth) == 32 &&
+              offsetof(debug_info, status) == 40);
+
+constexpr int32_t kLiveNamed = -1;
+constexpr int32_t kLiveLocated = -2;
+
+[[nodiscard]] inline bool is_aligned(const void *pointer) {
+  return reinterpret_cast<uintptr_t>(pointer) % kPointerAlignment == 0;
+}
+
+[[nodiscard]] inline void *system_address(void *pointer) {
+  return static_cast<char *>(pointer) - sizeof(BlockHeader);
+}
+
+[[nodiscard]] inline BlockHeader header_of(const void *pointer) {
+  BlockHeader header;
+  memcpy(&header, static_cast<const char *>(pointer) - sizeof header, sizeof header);
+  return header;
+}
+
+inline void set_header(void *pointer, BlockHeader header) {
+  memcpy(system_address(pointer), &header, sizeof header);
+}
+
+[[nodiscard]] inline size_t trailer_offset(uint64_t length) {
+  return (length + 3) / 4 * 4;
+}
+
+[[nodiscard]] inline bool has_trailer(const void *pointer, uint64_t length) {
+  uint32_t trailer;
+  memcpy(&trailer, static_cast<const char *>(pointer) + trailer_offset(length), sizeof trailer);
+  return trailer == kTrailerMagic;
+}
+
+[[nodiscard]] inline bool is_live(const debug_info &record) {
+  return record.status == kLiveNamed || record.status == kLiveLocated;
+}
+
+[[nodiscard]] inline bool names_a_record(int32_t index) {
+  return index >= 0 && static_cast<uint64_t>(index) < state.capacity;
+}
+
+// The full check: a live block whose header, record and trailer agree. Each part is trusted only
+// after the one before it; in particular an index that equals the capacity names no record.
+[[nodiscard]] inline bool is_sound(const void *pointer) {
+  if (!is_aligned(pointer))
+    return false;
+  const BlockHeader header = header_of(pointer);
+  if (header.word != kAllocatedMagic || !names_a_record(header.index))
+    return false;
+  const debug_info &record = state.records[header.index];
+  return record.ptr == pointer && is_live(record) && has_trailer(pointer, record.length);
+}
+
+// Takes a record for a block that the system has granted, and writes the block's header and
+// trailer.
+void record_debug_info(void *pointer, size_t length, const alloc_site &site);
+
+// The length in the record of a block that has passed the full check.
+[[nodiscard]] inline uint64_t recorded_length(const void *pointer) {
+  return state.records[header_of(pointer).index].length;
+}
+
+// Puts a record on the free list, to be used next, and marks its block as released.
+void release_record(void *pointer, int32_t index);
+
+} // namespace orv::alloc
