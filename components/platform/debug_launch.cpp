@@ -101,6 +101,28 @@ void open_log_named_after(const char *program) {
   diag_open_stamped_log(name);
 }
 
+// Copies an argument for the trace, which interprets percent signs a second time: "%%" becomes "%"
+// there, as in every trace text, and any other percent sign would ask for an argument that nobody
+// passed. Those are doubled.
+void copy_for_trace(const char *argument, char *area, size_t size) {
+  size_t used = 0;
+  for (; *argument != '\0' && used + 2 < size; argument++) {
+    area[used++] = *argument;
+    if (*argument != '%')
+      continue;
+    area[used++] = '%';
+    if (argument[1] == '%')
+      argument++;
+  }
+  area[used] = '\0';
+}
+
+void log_argument(int index, const char *argument) {
+  char area[kTracedArgumentSize];
+  copy_for_trace(argument, area, sizeof area);
+  diag_printf("argv[%d] = \"%s\"\n", index, area);
+}
+
 } // namespace
 
 bool join_words(const char *const *words, size_t count, char *area, size_t size) {
@@ -156,7 +178,7 @@ void platform_log_args(int *argc, char **argv, const char *log_name) {
       open_log_named_after(program_path(*argc, argv));
   }
   for (int i = 0; i < *argc; i++)
-    diag_printf("argv[%d] = \"%s\"\n", i, text_or_empty(argv[i]));
+    log_argument(i, text_or_empty(argv[i]));
 }
 
 void platform_args_hook(void) {}

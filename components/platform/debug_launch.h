@@ -17,6 +17,7 @@ inline constexpr size_t kCommandLineSize = 1024;      // operands of "using", jo
 inline constexpr size_t kReplySize = 256;             // line read back after a prompt
 inline constexpr size_t kPromptSize = 256;            // value of "ORV_DEBUG_PROMPT"
 inline constexpr size_t kProgramArgumentsSize = 4096; // value of "ORV_EXE_PARMS"
+inline constexpr size_t kTracedArgumentSize = 32768;  // more than a trace line ever holds
 inline constexpr size_t kDistributionPathSize = 4096; // path of the distribution file
 inline constexpr size_t kDistributionNameSize = 128;  // its first word
 

@@ -115,6 +115,37 @@ TEST_F(LogArguments, writes_as_many_arguments_as_are_counted) {
   EXPECT_EQ(outcome.out, "argv[0] = \"tool\"\nargv[1] = \"a\"\n");
 }
 
+TEST_F(LogArguments, writes_percent_signs_that_would_ask_for_more_than_was_passed) {
+  const auto outcome = launch([] {
+    CommandLine line{"tool", "100%", "%s%n %5$d", "%"};
+    platform_log_args(&line.count, line.argv(), nullptr);
+  });
+  EXPECT_EQ(outcome.out, "argv[0] = \"tool\"\nargv[1] = \"100%\"\nargv[2] = \"%s%n %5$d\"\n"
+                         "argv[3] = \"%\"\n");
+}
+
+TEST_F(LogArguments, leaves_pairs_of_percent_signs_to_the_second_interpretation) {
+  const auto outcome = launch([] {
+    CommandLine line{"tool", "a%%b", "%%%", "%%%%n"};
+    platform_log_args(&line.count, line.argv(), nullptr);
+  });
+  EXPECT_EQ(outcome.out, "argv[0] = \"tool\"\nargv[1] = \"a%b\"\nargv[2] = \"%%\"\n"
+                         "argv[3] = \"%%n\"\n");
+}
+
+TEST_F(LogArguments, cuts_an_argument_longer_than_a_trace_line) {
+  for (const char *piece : {"x", "%"}) {
+    const auto outcome = launch([&] {
+      CommandLine line{"tool", times(200000, piece)};
+      platform_log_args(&line.count, line.argv(), nullptr);
+    });
+    EXPECT_EQ(outcome.exit_status, 0);
+    EXPECT_THAT(outcome.out,
+                testing::StartsWith("argv[0] = \"tool\"\nargv[1] = \"" + times(8000, piece)));
+    EXPECT_LT(outcome.out.size(), 16500U);
+  }
+}
+
 TEST_F(LogArguments, writes_nothing_when_nobody_traces) {
   const auto outcome = support::run_in_child(
       [] {

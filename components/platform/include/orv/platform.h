@@ -737,8 +737,8 @@ ORV_API void platform_debug_export(const char *program, char *const *args);
  * The log is named after the program when `log_name` is null: the base name without its extension
  * and without one leading product prefix ("velta", "orv" or "zo_", in any letter case). Opening a
  * log takes a second; nothing is opened unless `ORV_DIAGNOSTICS_PATH` asks for it, see
- * diag_open_stamped_log. An argument that holds a percent sign is interpreted a second time by
- * diag_printf, like any trace text.
+ * diag_open_stamped_log. As in every trace text, "%%" in an argument comes out as "%"; any other
+ * percent sign is written as it is.
  *
  * @param argc points to the argument count, which may be 0
  * @param argv the argument vector
