@@ -16,5 +16,13 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/orvConfigVersion.cmake"
 install(FILES "${PROJECT_BINARY_DIR}/orvConfig.cmake" "${PROJECT_BINARY_DIR}/orvConfigVersion.cmake"
         DESTINATION "${ORV_CMAKE_DIR}")
 
-configure_file("${PROJECT_SOURCE_DIR}/cmake/orv.pc.in" "${PROJECT_BINARY_DIR}/orv.pc" @ONLY)
+# Written at installation, when the prefix is settled (`cmake --install --prefix` may change it).
+install(CODE "
+  set(ORV_PC_TEMPLATE [[${PROJECT_SOURCE_DIR}/cmake/orv.pc.in]])
+  set(ORV_PC_FILE [[${PROJECT_BINARY_DIR}/orv.pc]])
+  set(ORV_LIBDIR [[${CMAKE_INSTALL_LIBDIR}]])
+  set(ORV_INCLUDEDIR [[${CMAKE_INSTALL_INCLUDEDIR}]])
+  set(ORV_DESCRIPTION [[${PROJECT_DESCRIPTION}]])
+  set(ORV_VERSION [[${PROJECT_VERSION}]])
+  include([[${PROJECT_SOURCE_DIR}/cmake/write_pc.cmake]])")
 install(FILES "${PROJECT_BINARY_DIR}/orv.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
