@@ -1,11 +1,10 @@
-// The diagnostic log: the trace print, the log files that give it a destination, and the report of
-// a failed system call.
+// The diagnostic log: the log files that give the trace print a destination, and the report of a
+// failed system call.
 #include <orv/diag.h>
 
 #include "common/guards.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,7 +18,6 @@
 namespace orv::messages {
 namespace {
 
-constexpr size_t kTraceBytes = 16384;
 constexpr size_t kDirectoryBytes = 4096;
 constexpr size_t kLoginNameBytes = 256;
 constexpr size_t kPathBytes = 4096; // no longer path can be opened
@@ -32,7 +30,7 @@ struct DiagState {
   bool echo_decided;                // the environment was asked about the echo
   FILE *echo;                       // takes diag_perror's lines too; null: none
 };
-constinit DiagState state = {};
+constinit DiagState diag_state = {};
 
 constexpr const char *kPathVariable = "ORV_DIAGNOSTICS_PATH";
 
@@ -94,25 +92,25 @@ void trace_to_file(const char *path) {
 // Stores the directory, which may lie in the store itself. One that does not fit is refused.
 void store_directory(const char *directory) {
   const size_t length = strlen(directory);
-  if (length < sizeof state.directory)
-    memmove(state.directory, directory, length + 1);
+  if (length < sizeof diag_state.directory)
+    memmove(diag_state.directory, directory, length + 1);
   else
-    state.directory[0] = '\0';
+    diag_state.directory[0] = '\0';
 }
 
 const char *login_name() {
-  if (state.login_name[0] == '\0') {
+  if (diag_state.login_name[0] == '\0') {
     const char *name = getlogin();
-    if (name != nullptr && strlen(name) < sizeof state.login_name)
-      memcpy(state.login_name, name, strlen(name) + 1);
+    if (name != nullptr && strlen(name) < sizeof diag_state.login_name)
+      memcpy(diag_state.login_name, name, strlen(name) + 1);
   }
-  return state.login_name;
+  return diag_state.login_name;
 }
 
 void open_process_log() {
   char path[kPathBytes];
   const int length =
-      snprintf(path, sizeof path, "%s/orv%d%s.log", state.directory, getpid(), login_name());
+      snprintf(path, sizeof path, "%s/orv%d%s.log", diag_state.directory, getpid(), login_name());
   if (is_whole_path(length))
     trace_to_file(path);
 }
@@ -160,48 +158,12 @@ void open_stamped_log(const char *directory, const char *suffix) {
 // Kept: any value of the variable, "2" and "stderr" included, means standard output; errors that
 // the program handles do not belong among its error messages.
 FILE *echo_stream() {
-  if (!state.echo_decided) {
+  if (!diag_state.echo_decided) {
     const char *wish = getenv("ORV_PERROR");
-    state.echo = wish != nullptr && *wish != '\0' ? stdout : nullptr;
-    state.echo_decided = true;
+    diag_state.echo = wish != nullptr && *wish != '\0' ? stdout : nullptr;
+    diag_state.echo_decided = true;
   }
-  return state.echo;
-}
-
-// Kept: the expanded text is the format of a second print, so a percent sign in it is interpreted
-// once more. Without a percent sign the second print would write the text as it stands.
-void write_trace(FILE *stream, const char *text, bool has_percent) {
-  if (!has_percent) {
-    fputs(text, stream);
-    return;
-  }
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security" // the second interpretation, as said above
-  fprintf(stream, text);
-#pragma GCC diagnostic pop
-}
-
-// Expands the text, cut where it does not fit; a cut text still ends its line.
-bool expand_trace(char *text, const char *format, va_list args) {
-  const int length = vsnprintf(text, kTraceBytes, format, args);
-  if (length >= static_cast<int>(kTraceBytes))
-    text[kTraceBytes - 2] = '\n';
-  return length >= 0;
-}
-
-void trace(const msg_stream_desc *desc, const char *format, va_list args) {
-  ErrnoGuard keep;
-  char text[kTraceBytes];
-  if (!expand_trace(text, format, args))
-    return;
-  const bool has_percent = strchr(text, '%') != nullptr;
-  for (int32_t i = 0; i < desc->count; i++) {
-    write_trace(desc->streams[i], text, has_percent);
-    if (desc->sync != 0) {
-      fflush(desc->streams[i]);
-      fsync(fileno(desc->streams[i]));
-    }
-  }
+  return diag_state.echo;
 }
 
 } // namespace
@@ -209,38 +171,28 @@ void trace(const msg_stream_desc *desc, const char *format, va_list args) {
 
 using namespace orv::messages;
 
-void diag_printf(const char *format, ...) {
-  const msg_stream_desc *desc = _msg_get_stream_desc(MSG_DIAG);
-  if (desc->count == 0)
-    return;
-  va_list args;
-  va_start(args, format);
-  trace(desc, format, args);
-  va_end(args);
-}
-
 const char *diag_get_dir() {
-  if (state.directory[0] != '\0')
-    return state.directory;
+  if (diag_state.directory[0] != '\0')
+    return diag_state.directory;
   return first_set(kDirectoryVariables, "/tmp");
 }
 
 const char *diag_set_dir(const char *dir) {
   if (dir == nullptr || *dir == '\0') {
-    state.directory[0] = '\0';
+    diag_state.directory[0] = '\0';
     dir = diag_get_dir();
   }
   store_directory(dir);
   // Kept: every destination is forgotten, streams that the program added itself too and even when
   // no log can be opened; the files that were open stay so.
   msg_clear_streams(MSG_DIAG);
-  if (is_writable_directory(state.directory))
+  if (is_writable_directory(diag_state.directory))
     open_process_log();
-  return state.directory;
+  return diag_state.directory;
 }
 
 void diag_open_stamped_log(const char *suffix) {
-  state.stamped_log_attempted = 1;
+  diag_state.stamped_log_attempted = 1;
   const char *wish = getenv(kPathVariable);
   switch (destination_of(wish != nullptr ? wish : "")) {
   case Destination::none:
@@ -257,7 +209,7 @@ void diag_open_stamped_log(const char *suffix) {
 }
 
 int diag_stamped_log_attempted() {
-  return state.stamped_log_attempted;
+  return diag_state.stamped_log_attempted;
 }
 
 void diag_perror(const char *what) {

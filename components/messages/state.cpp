@@ -8,6 +8,7 @@
 namespace orv::messages {
 
 constinit State state = {
+    .streams = {},
     .width_limit = 78,
     .width_settled = 0,
     .solo_output = 1,
@@ -19,7 +20,6 @@ constinit State state = {
                  {"Error: ", false}},
     .last = {.type = 0, .head = "", .head_owned = false, .solo = false, .format_type = 0},
     .initialised = 0,
-    .streams = {},
     .messages_in_progress = 0,
     .retired = nullptr,
     .reserve_used = 0,

@@ -36,21 +36,22 @@ struct RetiredText {
 };
 
 struct State {
+  // In the order of the types' values. First: diag_printf tests a count at a fixed place.
+  msg_stream_desc streams[kTypeCount];
   int32_t width_limit;   // columns; 0 switches wrapping off
   int32_t width_settled; // 1 once the environment has been read or a limit has been set
   int32_t solo_output;   // 0 silences the solo messages
   int32_t column;        // characters on the current output line, of all types and streams together
   Prefix prefixes[kPrefixCount];
   LastMessage last;
-  int32_t initialised;                 // 1 once the stream lists hold their defaults
-  msg_stream_desc streams[kTypeCount]; // in the order of the types' values
-  int32_t messages_in_progress;        // nested when a stream fails while a message is written
-  RetiredText *retired;                // given back when no message is in progress
-  size_t reserve_used;                 // bytes of the reserve that messages in progress hold
-  char reserve[kReserveSize];          // takes the text when the heap refuses a buffer
+  int32_t initialised;          // 1 once the stream lists hold their defaults
+  int32_t messages_in_progress; // nested when a stream fails while a message is written
+  RetiredText *retired;         // given back when no message is in progress
+  size_t reserve_used;          // bytes of the reserve that messages in progress hold
+  char reserve[kReserveSize];   // takes the text when the heap refuses a buffer
 };
 
-extern constinit State state;
+extern constinit State state __attribute__((visibility("hidden")));
 
 [[nodiscard]] inline const char *prefix_text(PrefixSlot slot) {
   return state.prefixes[slot].text;
