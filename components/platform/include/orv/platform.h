@@ -378,8 +378,9 @@ ORV_API int platform_copy_file(const char *source, const char *destination);
  *   "/", those below included.
  *
  * Links to directories are followed: the directory behind a link is emptied, the link itself then
- * stops the removal. A dangling link is passed over and keeps its directory from being removed.
- * platform_rm_rf() has none of these traits.
+ * stops the removal. A dangling link is passed over and keeps its directory from being removed, and
+ * a link within the tree is dangling when its file has been removed before it. platform_rm_rf() has
+ * none of these traits.
  * @param path a directory that the process may write
  * @return 1 when the directory is gone; 0 when it is not a writable directory, or at the first
  *         entry that could not be removed: what was removed before stays removed
