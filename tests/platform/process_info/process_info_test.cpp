@@ -116,8 +116,10 @@ TEST_F(ProcessInfo, finds_no_process_under_zero_or_below) {
 
 TEST_F(ProcessInfo, finds_no_process_that_it_cannot_open) {
   const auto outcome = support::run_in_child([] {
-    const rlimit none = {0, 0};
-    setrlimit(RLIMIT_NOFILE, &none);
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = 0;
+    setrlimit(RLIMIT_NOFILE, &limit);
     _exit(platform_process_exists(getpid()));
   });
   EXPECT_EQ(outcome.exit_status, 0);
