@@ -1,0 +1,365 @@
+// The trace log's choice of destination against a plain model: random environments, directories,
+// suffixes, login names and times must open the same paths, in the same mode and after the same
+// pauses, and must leave the same streams. The files themselves are made up.
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+#include <orv/diag.h>
+#include <orv/msg.h>
+#include <string>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// Takes the fuzzer's bytes apart; gives zeros once they are used up.
+struct Input {
+  const uint8_t *data;
+  size_t left;
+
+  unsigned byte() {
+    if (left == 0)
+      return 0;
+    left--;
+    return *data++;
+  }
+
+  // A word that means something, a few bytes, or a path of about the length of an area.
+  std::string text() {
+    static const char *const words[] = {"",       "0",      "1",    "2",  "stdout", "StdOut",
+                                        "stderr", "STDERR", "/tmp", "00", "/",      "stderr "};
+    const unsigned kind = byte();
+    if (kind < 96)
+      return words[kind % std::size(words)];
+    std::string made;
+    for (unsigned length = byte() % 24; length > 0; length--)
+      made += static_cast<char>(byte() % 255 + 1);
+    if (kind >= 208)
+      made.resize(4096 - 40 + byte() % 80, 'x');
+    return made;
+  }
+
+  std::optional<std::string> text_or_none() {
+    if (byte() % 4 == 0)
+      return std::nullopt;
+    return text();
+  }
+};
+
+// ---- what the system answers while the library runs ----
+
+// True while the library runs. The fuzzer's own calls, from other threads too, go to the system.
+thread_local bool answering = false;
+
+struct System {
+  time_t now;
+  std::optional<std::string> login;
+  bool opens;
+  FILE *log; // stands for every log
+  std::vector<std::string> happened;
+};
+System fake;
+
+// A path may be written, exist and be a directory as its bytes have it.
+unsigned nature_of(const std::string &path) {
+  unsigned sum = 1;
+  for (const char c : path)
+    sum = sum * 31 + static_cast<unsigned char>(c);
+  return sum ^ (sum >> 7);
+}
+bool may_be_written(const std::string &path) {
+  return nature_of(path) % 8 != 0;
+}
+bool exists(const std::string &path) {
+  return nature_of(path) % 5 != 0;
+}
+bool is_directory(const std::string &path) {
+  return nature_of(path) % 3 != 0;
+}
+
+template <typename Call> auto library(Call call) {
+  answering = true;
+  auto result = call();
+  answering = false;
+  return result;
+}
+
+// ---- the model ----
+
+enum Variable { kDiagDir, kDiagnosticsPath, kOrvTmpdir, kTmp, kTemp, kVariableCount };
+constexpr const char *kNames[] = {"ORV_DIAG_DIR", "ORV_DIAGNOSTICS_PATH", "ORV_TMPDIR", "TMP",
+                                  "TEMP"};
+
+struct Model {
+  std::optional<std::string> environment[kVariableCount];
+  std::string stored;
+  std::string login; // what was found out once stays, from one input to the next
+  bool attempted;
+  std::vector<FILE *> streams;
+  std::vector<std::string> happened;
+
+  std::string directory() const {
+    if (!stored.empty())
+      return stored;
+    if (environment[kDiagDir])
+      return *environment[kDiagDir];
+    if (environment[kDiagnosticsPath])
+      return *environment[kDiagnosticsPath];
+    if (environment[kOrvTmpdir])
+      return *environment[kOrvTmpdir];
+    return "/tmp";
+  }
+
+  static bool usable(const std::string &path) {
+    return may_be_written(path) && exists(path) && is_directory(path);
+  }
+
+  void open(const std::string &path) {
+    happened.push_back("fopen w " + path);
+    if (fake.opens)
+      streams.push_back(fake.log);
+  }
+
+  void set_dir(const std::optional<std::string> &wish) {
+    std::string next;
+    if (wish && !wish->empty()) {
+      next = *wish;
+    } else {
+      stored = "";
+      next = directory();
+    }
+    stored = next.size() > 4095 ? "" : next;
+    streams.clear();
+    if (stored.empty() || !usable(stored))
+      return;
+    if (login.empty() && fake.login && fake.login->size() < 256)
+      login = *fake.login;
+    const std::string path = stored + "/orv" + std::to_string(getpid()) + login + ".log";
+    if (path.size() <= 4095)
+      open(path);
+  }
+
+  static std::string two_digits(int number) {
+    const std::string digits = std::to_string(number);
+    return digits.size() == 1 ? "0" + digits : digits;
+  }
+
+  std::string stamp() const {
+    tm now = {};
+    gmtime_r(&fake.now, &now);
+    return two_digits(now.tm_year + 1900 - 2000) + two_digits(now.tm_mon) +
+           two_digits(now.tm_mday) + two_digits(now.tm_hour) + two_digits(now.tm_min) +
+           two_digits(now.tm_sec);
+  }
+
+  std::string stamped_directory() const {
+    const std::string &wish = *environment[kDiagnosticsPath];
+    if (usable(wish))
+      return wish;
+    for (const Variable variable : {kOrvTmpdir, kTmp, kTemp})
+      if (environment[variable])
+        return *environment[variable];
+    return "";
+  }
+
+  void open_stamped_log(const std::optional<std::string> &suffix) {
+    attempted = true;
+    const std::string wish = environment[kDiagnosticsPath].value_or("");
+    if (wish.empty() || wish == "0")
+      return;
+    if (wish == "1" || strcasecmp(wish.c_str(), "stdout") == 0) {
+      streams.push_back(stdout);
+      return;
+    }
+    if (wish == "2" || strcasecmp(wish.c_str(), "stderr") == 0) {
+      streams.push_back(stderr);
+      return;
+    }
+    const std::string path = stamped_directory() + "/orv" + stamp() + suffix.value_or("") + ".log";
+    if (path.size() > 4095)
+      return;
+    happened.push_back("sleep 1");
+    open(path);
+  }
+};
+Model model;
+
+// ---- the comparison ----
+
+[[noreturn]] void differ(const char *what, const std::string &library,
+                         const std::string &expected) {
+  fprintf(stderr, "%s: \"%s\", expected \"%s\"\n", what, library.c_str(), expected.c_str());
+  abort();
+}
+
+std::string joined(const std::vector<std::string> &lines) {
+  std::string text;
+  for (const std::string &line : lines)
+    text += line + "\n";
+  return text;
+}
+
+std::string listed(FILE *const *streams, size_t count) {
+  std::string text;
+  for (size_t i = 0; i < count; i++)
+    text += streams[i] == stdout ? 'o' : streams[i] == stderr ? 'e' : 'f';
+  return text;
+}
+
+void compare() {
+  const msg_stream_desc *desc = _msg_get_stream_desc(MSG_DIAG);
+  const std::string streams = listed(desc->streams, static_cast<size_t>(desc->count));
+  const std::string expected_streams = listed(model.streams.data(), model.streams.size());
+  if (streams != expected_streams)
+    differ("streams", streams, expected_streams);
+  if (model.directory() != diag_get_dir())
+    differ("directory", diag_get_dir(), model.directory());
+  if (joined(fake.happened) != joined(model.happened))
+    differ("calls", joined(fake.happened), joined(model.happened));
+  if (diag_stamped_log_attempted() != (model.attempted ? 1 : 0))
+    differ("attempted", std::to_string(diag_stamped_log_attempted()), "the other");
+  fake.happened.clear();
+  model.happened.clear();
+}
+
+void set_dir(const std::optional<std::string> &wish) {
+  model.set_dir(wish);
+  const char *result = library([&] { return diag_set_dir(wish ? wish->c_str() : nullptr); });
+  if (model.stored != result)
+    differ("stored", result, model.stored);
+}
+
+// The directory given lies in the library's own store, or in the environment.
+void set_dir_from_within(size_t offset) {
+  const char *current = diag_get_dir();
+  const std::string whole = current;
+  offset %= whole.size() + 1;
+  model.set_dir(whole.substr(offset));
+  const char *result = library([&] { return diag_set_dir(current + offset); });
+  if (model.stored != result)
+    differ("stored", result, model.stored);
+}
+
+void open_stamped_log(const std::optional<std::string> &suffix) {
+  model.open_stamped_log(suffix);
+  library([&] {
+    diag_open_stamped_log(suffix ? suffix->c_str() : nullptr);
+    return 0;
+  });
+}
+
+void set_variable(unsigned index, const std::optional<std::string> &value) {
+  model.environment[index] = value;
+  if (value)
+    setenv(kNames[index], value->c_str(), 1);
+  else
+    unsetenv(kNames[index]);
+}
+
+void take_step(Input &input) {
+  switch (input.byte() % 8) {
+  case 0:
+  case 1:
+  case 2:
+    set_variable(input.byte() % kVariableCount, input.text_or_none());
+    return;
+  case 3:
+    set_dir(input.text_or_none());
+    return;
+  case 4:
+    set_dir_from_within(input.byte());
+    return;
+  case 5:
+    open_stamped_log(input.text_or_none());
+    return;
+  case 6:
+    fake.login = input.text_or_none();
+    fake.opens = input.byte() % 4 != 0;
+    return;
+  default:
+    fake.now = static_cast<time_t>((input.byte() << 24U) + (input.byte() << 16U) +
+                                   (input.byte() << 8U) + input.byte());
+  }
+}
+
+void start_afresh() {
+  for (unsigned variable = 0; variable < kVariableCount; variable++)
+    set_variable(variable, std::nullopt);
+  fake.opens = true;
+  fake.now = 0;
+  set_dir(std::string(5000, 'x')); // too long to be stored: nothing is
+  compare();
+}
+
+} // namespace
+
+extern "C" {
+
+int __real_access(const char *path, int mode);
+int __wrap_access(const char *path, int mode) {
+  if (!answering)
+    return __real_access(path, mode);
+  if (mode != W_OK)
+    fake.happened.push_back("access with another mode");
+  return may_be_written(path) && *path != '\0' ? 0 : -1;
+}
+
+int __real_stat(const char *path, struct stat *status);
+int __wrap_stat(const char *path, struct stat *status) {
+  if (!answering)
+    return __real_stat(path, status);
+  *status = {};
+  status->st_mode = is_directory(path) ? S_IFDIR : S_IFREG;
+  return exists(path) ? 0 : -1;
+}
+
+FILE *__real_fopen(const char *path, const char *mode);
+FILE *__wrap_fopen(const char *path, const char *mode) {
+  if (!answering)
+    return __real_fopen(path, mode);
+  fake.happened.push_back(std::string("fopen ") + mode + " " + path);
+  return fake.opens ? fake.log : nullptr;
+}
+
+unsigned __real_sleep(unsigned seconds);
+unsigned __wrap_sleep(unsigned seconds) {
+  if (!answering)
+    return __real_sleep(seconds);
+  fake.happened.push_back("sleep " + std::to_string(seconds));
+  return 0;
+}
+
+time_t __real_time(time_t *result);
+time_t __wrap_time(time_t *result) {
+  return answering ? fake.now : __real_time(result);
+}
+
+char *__real_getlogin(void);
+char *__wrap_getlogin(void) {
+  if (!answering)
+    return __real_getlogin();
+  return fake.login ? fake.login->data() : nullptr;
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  static const bool prepared = [] {
+    setenv("TZ", "UTC0", 1);
+    fake.log = fopencookie(nullptr, "w", {});
+    return true;
+  }();
+  (void)prepared;
+  start_afresh();
+  Input input = {data, size};
+  while (input.left > 0) {
+    take_step(input);
+    compare();
+  }
+  return 0;
+}
+
+} // extern "C"
