@@ -181,4 +181,7 @@ void platform_log_args(int *argc, char **argv, const char *log_name) {
     log_argument(i, text_or_empty(argv[i]));
 }
 
-void platform_args_hook(void) {}
+// Never folded into its caller: a debugger stops here.
+[[gnu::noinline]] void platform_args_hook(void) {
+  __asm__ volatile("");
+}
