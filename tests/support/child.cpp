@@ -78,4 +78,9 @@ Outcome run_in_child(const std::function<void()> &body, Environment environment,
   return outcome;
 }
 
+bool under_valgrind() {
+  const char *preloaded = getenv("LD_PRELOAD");
+  return preloaded != nullptr && std::string(preloaded).find("valgrind") != std::string::npos;
+}
+
 } // namespace support

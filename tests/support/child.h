@@ -24,4 +24,7 @@ using Environment = std::initializer_list<std::pair<const char *, const char *>>
 Outcome run_in_child(const std::function<void()> &body, Environment environment = {},
                      const std::string &input = "");
 
+// True under valgrind, which does not survive an exec that the system refuses for its arguments.
+bool under_valgrind();
+
 } // namespace support
