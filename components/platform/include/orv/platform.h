@@ -22,64 +22,437 @@
 extern "C" {
 #endif
 
+/**
+ * @defgroup pair_connection Pair connection
+ *
+ * A parent process starts a companion program and exchanges bytes with it over a connected pair
+ * of local stream sockets. The parent names an environment variable; the companion finds in it
+ * which descriptor it inherited. What the two say to each other is their own business: a stream
+ * of bytes without boundaries.
+ *
+ * An open call always returns a handle. Whether it can be used shows in the handle: after a
+ * failed open both descriptors are -1, and the saved errno (platform_pair_errno()), the error
+ * text (platform_pair_describe()) or both say why. A handle lives until platform_pair_close();
+ * ending the companion (platform_pair_kill_child()) and closing are separate steps, usually in
+ * this order.
+ *
+ * In the hybrid arrangement the companion connects to a TCP port of its parent on "localhost"
+ * instead. The parent then listens, starts the companion and sets the two variables itself: the
+ * value's second number is the port, and the variable with "_HYBRID" behind its name switches the
+ * arrangement on.
+ *
+ * A handle is used from one thread. Every call on one asserts first that it is valid, with the
+ * exceptions of platform_pair_valid() and platform_pair_describe(); the assertion ends the
+ * process and names the call, in every build type.
+ *
+ * @code
+ * // The parent.
+ * platform_pair_handle *ph = platform_pair_parent_open_lp(
+ *     "DEMO_LINK", 1, 1, "demo-companion", NULL, "demo-companion", NULL);
+ * char answer[64];
+ * if (platform_pair_ok(ph) && platform_pair_send(ph, "hello", 5) == 5) {
+ *   int length = platform_pair_recv(ph, answer, sizeof answer);
+ *   if (length > 0)
+ *     printf("%.*s\n", length, answer);
+ * } else {
+ *   printf("%s\n", platform_pair_describe(ph, NULL));
+ * }
+ * if (platform_pair_companion_alive(ph))
+ *   platform_pair_kill_child(ph);
+ * platform_pair_close(ph);
+ *
+ * // The companion, in its own program.
+ * platform_pair_handle *ph = platform_pair_child_open("DEMO_LINK", 0, 1);
+ * char question[64];
+ * int length;
+ * while (platform_pair_rx_fd(ph) >= 0 &&
+ *        (length = platform_pair_recv(ph, question, sizeof question)) > 0)
+ *   platform_pair_send(ph, question, length);
+ * platform_pair_close(ph);
+ * @endcode
+ * @{
+ */
+
+/**
+ * One side of a pair connection.
+ *
+ * The open calls allocate it and platform_pair_close() frees it. Programs read it through the
+ * calls below; the fields are here for debuggers and for describing.
+ */
 typedef struct platform_pair_handle {
-  int32_t companion_pid;
-  int32_t side;
-  int32_t kind;
-  int32_t hybrid;
-  int32_t blocking;
-  int32_t read_fd;
-  int32_t write_fd;
-  int32_t child_exit_status;
-  int32_t term_signal;
-  int32_t saved_errno;
-  const char *error_text;
-  struct platform_pair_handle *self;
+  int32_t companion_pid;             /**< id of the process on the other side; 0 while unknown */
+  int32_t side;                      /**< 1 on the parent's side, 0 on the companion's */
+  int32_t kind;                      /**< hand-over: 12 socket pair ("pid-rtx_fd_l"), 13 hybrid
+                                          ("pid-rtx_fd_w"), 10 plain ("pid-rtx_fd"), 0 none */
+  int32_t hybrid;                    /**< 1 when the value carried the hybrid marker, else 0 */
+  int32_t blocking;                  /**< the caller's choice: nonzero blocking, 0 non-blocking */
+  int32_t read_fd;                   /**< what platform_pair_recv() reads; -1 when not open */
+  int32_t write_fd;                  /**< what platform_pair_send() writes; -1 when not open */
+  int32_t child_exit_status;         /**< the companion's exit status; 256 until it is collected */
+  int32_t term_signal;               /**< the signal that ended the companion; 0 for none */
+  int32_t saved_errno;               /**< the last error on this handle; -1 for a hand-over value
+                                          without two numbers, 0 for none */
+  const char *error_text;            /**< the step of opening that failed, never freed; or null */
+  struct platform_pair_handle *self; /**< the handle's own address: what makes it valid */
 } platform_pair_handle;
 
-/* Bytes that always hold what platform_pair_describe writes. */
+/** Bytes that always hold what platform_pair_describe() writes. */
 #define PLATFORM_PAIR_DESCRIBE_SIZE 512
 
+/**
+ * @defgroup pair_open Opening
+ * @{
+ */
+
+/**
+ * Starts a companion program and connects to it: the parent's side.
+ *
+ * Creates the socket pair, forks (up to 31 times while the system answers EAGAIN) and runs `file`
+ * in the child, with the variable `name` set to "<parent's pid> <descriptor> pid-rtx_fd_l" in the
+ * child's environment; the parent's is not touched. Neither end is closed by exec: programs that
+ * the parent starts later inherit its end too, and the companion sees the end of the connection
+ * only when they are gone as well.
+ *
+ * @param name           the hand-over variable's name, which the companion opens with
+ * @param ignore_sigpipe nonzero: the parent ignores SIGPIPE from here on. With 0, sending to a
+ *                       companion that is gone ends the parent unless it handles the signal.
+ * @param blocking       0 puts both ends in non-blocking mode; anything else leaves them blocking
+ * @param file           the program; a bare name is searched for on PATH
+ * @param std_fds        three descriptors that become the companion's standard input, output and
+ *                       error, or null for the null device on all three. Entry by entry, in this
+ *                       order, one that is not in its place already is duplicated there and
+ *                       closed in the child. So list no descriptor twice (after its first use it
+ *                       is closed) and no 0, 1 or 2 out of place. A negative entry leaves the
+ *                       inherited one.
+ * @param argv           the null-ended vector for the program, its name first by custom
+ * @return a new handle, never null; the caller ends it with platform_pair_close(). On failure the
+ *         saved errno is the system's and the error text is one of
+ *         - "socketpair create failed"
+ *         - "fork failed"; both sockets of the pair then stay open, two descriptors are lost
+ *
+ * A program that cannot be run is no failure of this call: the child exits with status 1,
+ * receiving returns 0 at the end of the stream, and platform_pair_companion_alive() finds the
+ * status. Without storage for the handle an assertion ends the process.
+ */
 ORV_API platform_pair_handle *platform_pair_parent_open_vp(const char *name, int ignore_sigpipe,
                                                            int blocking, const char *file,
                                                            const int *std_fds, char *const *argv);
+
+/**
+ * Does what platform_pair_parent_open_vp() does, with the arguments as a null-ended list.
+ *
+ * The list has at least one argument before its null: the first is stored as it is, even when it
+ * is null, and the end is looked for behind it. Up to 256 arguments are taken; a further one ends
+ * the process by the assertion "idx < 256".
+ */
 ORV_API platform_pair_handle *platform_pair_parent_open_lp(const char *name, int ignore_sigpipe,
                                                            int blocking, const char *file,
                                                            const int *std_fds, const char *arg0,
                                                            ...) ORV_SENTINEL;
+
+/**
+ * Opens the companion's side from the hand-over variable.
+ *
+ * The variable's value is two decimal numbers, the parent's process id and a descriptor, and
+ * somewhere in it a marker: "pid-rtx_fd_l", "pid-rtx_fd_w" or "pid-rtx_fd", looked for in this
+ * order.
+ *
+ * When the variable `name` followed by "_HYBRID" is set, not empty and begins with none of "0",
+ * "F" and "f", the second number is a TCP port on "localhost", to which the call connects.
+ *
+ * @param name           the hand-over variable's name, as the parent gave it; not null
+ * @param ignore_signals nonzero: ignores SIGHUP, SIGINT, SIGQUIT, SIGABRT, SIGPIPE, SIGTERM and
+ *                       SIGURG from here on, even when the value turns out to be malformed.
+ *                       Without effect over TCP and without a marker. A companion that ignores
+ *                       SIGTERM is not ended by platform_pair_kill_child(), which then waits for
+ *                       ever.
+ * @param blocking       noted in the handle. An inherited descriptor keeps the mode that the
+ *                       parent gave it; a TCP socket blocks, whatever is chosen here (for 0 use
+ *                       platform_fd_set_blocking()).
+ * @return a new handle, never null; the caller ends it with platform_pair_close(). On failure
+ *         both descriptors are -1, and
+ *         - without the variable, or without a marker: the error text is "Failing to start due to
+ *           wrong type on linux" and the saved errno stays 0. So platform_pair_ok() says 1: look
+ *           at platform_pair_rx_fd() instead.
+ *         - without two numbers: the saved errno is -1
+ *         - when the connection fails: the saved errno is the system's, and "connection failed: "
+ *           with its text goes into the trace
+ *
+ * Joining the name with "_HYBRID" leaves three blocks of the allocation library allocated, which
+ * its report shows under the method ORV_STRDUP.
+ */
 ORV_API platform_pair_handle *platform_pair_child_open(const char *name, int ignore_signals,
                                                        int blocking);
+
+/** @} */
+
+/**
+ * @defgroup pair_exchange Sending and receiving
+ * @{
+ */
+
+/**
+ * Sends bytes with one send() call.
+ *
+ * @param ph     a valid handle
+ * @param buffer the bytes
+ * @param length how many; a negative length is refused with EINVAL
+ * @return the bytes that the system took, which may be fewer than `length` (the rest is the
+ *         caller's); 0 when nothing was sent. Then errno is the system's, and the handle saves it
+ *         unless it is EAGAIN: a non-blocking connection without room leaves the saved errno
+ *         alone.
+ *
+ * Sending 0 bytes returns 0 as well and saves whatever errno held before the call: do not send
+ * nothing. SIGPIPE is raised when the other side is gone, unless it is ignored (see the open
+ * calls); where it is, EPIPE is saved.
+ */
 ORV_API int platform_pair_send(platform_pair_handle *ph, const void *buffer, int length);
+
+/**
+ * Receives bytes with one recv() call.
+ *
+ * @param ph     a valid handle
+ * @param buffer room for `length` bytes
+ * @param length how many at most; a negative length is refused with EINVAL
+ * @return the bytes received; 0 at the end of the stream, when nothing is there yet
+ *         (non-blocking) and on failure. The handle saves a failure's errno, EINTR included, but
+ *         not EAGAIN; at the end of the stream it saves nothing. The saved errno is never
+ *         cleared, so what tells the three apart is whether it changed, and errno after the call.
+ */
 ORV_API int platform_pair_recv(platform_pair_handle *ph, void *buffer, int length);
+
+/** @} */
+
+/**
+ * @defgroup pair_state Asking a handle
+ * @{
+ */
+
+/** Tells the saved errno: 0 for none, -1 for a hand-over value without two numbers. */
 ORV_API int platform_pair_errno(const platform_pair_handle *ph);
+
+/** Tells whether the saved errno is 0: 1 or 0. It is after an open that found no marker, too. */
 ORV_API int platform_pair_ok(const platform_pair_handle *ph);
+
+/** Gives strerror()'s text for the saved errno, also for 0 and -1; the next strerror() overwrites
+ *  it. */
 ORV_API const char *platform_pair_errstr(const platform_pair_handle *ph);
+
+/** Tells the process id of the other side; 0 after a failed open. */
 ORV_API int platform_pair_companion_pid(const platform_pair_handle *ph);
+
+/** Tells the descriptor that is received from, or -1. It stays the handle's own: do not close it.
+ *  */
 ORV_API int platform_pair_rx_fd(const platform_pair_handle *ph);
+
+/** Tells the descriptor that is sent to, or -1; the same one as platform_pair_rx_fd(). */
 ORV_API int platform_pair_tx_fd(const platform_pair_handle *ph);
+
+/** Tells the companion's exit status, 0 to 255; 256 until platform_pair_companion_alive()
+ *  collected it. Of a companion that a signal ended it is 0. */
 ORV_API int platform_pair_child_exit_status(const platform_pair_handle *ph);
+
+/** Tells the signal that ended the companion; 0 for none, or until
+ *  platform_pair_companion_alive() collected it. */
 ORV_API int platform_pair_child_term_signal(const platform_pair_handle *ph);
+
+/** Tells whether the hand-over value carried the hybrid marker "pid-rtx_fd_w": 1 or 0. */
 ORV_API int platform_pair_hybrid_environment(const platform_pair_handle *ph);
+
+/** Tells whether this is the parent's side: 1 or 0. */
 ORV_API int platform_pair_parent(const platform_pair_handle *ph);
+
+/** Tells whether this is the companion's side: 1 or 0. */
 ORV_API int platform_pair_child(const platform_pair_handle *ph);
+
+/**
+ * Tells whether the other process is taken to be alive.
+ *
+ * On the parent's side an ended companion is collected: its exit status and signal go into the
+ * handle, and from then on the answer is 0. A companion that ended but was collected by another
+ * wait leaves no status: its exit status stays 256. On the companion's side the parent's process
+ * id is looked up; a parent of the hybrid kind always counts as alive.
+ *
+ * @return 1 or 0
+ */
 ORV_API int platform_pair_companion_alive(platform_pair_handle *ph);
-ORV_API int platform_pair_kill_child(platform_pair_handle *ph);
-ORV_API int platform_pair_close(platform_pair_handle *ph);
+
+/**
+ * Tells whether a handle is valid: not null and holding its own address.
+ *
+ * Nothing is asserted. A pointer to a handle that was closed must not be asked about.
+ * @return 1 or 0
+ */
 ORV_API int platform_pair_valid(const platform_pair_handle *ph);
+
+/**
+ * Describes a handle's state in one line without a newline.
+ *
+ * "handle intact; parent side; companion pid 4242; reads block; read FD 5; write FD 5; child
+ * status 256; term signal 0; errno 0; orv: None" is such a line; on the companion's side there is
+ * no child status. When a step of opening failed, the line is "orv: " and the error text, and
+ * nothing else. A handle that does not hold its own address is described as corrupt, with both
+ * addresses.
+ *
+ * @param ph     a handle, valid or corrupt, but not null
+ * @param buffer at least PLATFORM_PAIR_DESCRIBE_SIZE bytes; or null for a static buffer, which
+ *               the next such call overwrites
+ * @return the buffer that was written
+ */
 ORV_API char *platform_pair_describe(const platform_pair_handle *ph, char *buffer);
 
+/** @} */
+
+/**
+ * @defgroup pair_end Ending
+ * @{
+ */
+
+/**
+ * Ends the companion and waits for it, from the parent's side.
+ *
+ * The result and the signals are those of platform_kill_and_wait(); the companion's exit status
+ * and signal are consumed by the wait and not noted in the handle. After a failed open there is
+ * no companion, and the result is 0.
+ * @return 1 or 0; 0 on the companion's side, where nothing is done
+ */
+ORV_API int platform_pair_kill_child(platform_pair_handle *ph);
+
+/**
+ * Closes the connection and frees the handle.
+ *
+ * The other process is neither signalled nor waited for: a parent that has not collected its
+ * companion does so by platform_wait_child() with the id it noted before. A connection of the
+ * hybrid kind is shut down in both directions first; any other stays open where somebody else
+ * inherited it. On a socket pair the one descriptor is closed twice, so no other thread may be
+ * opening files meanwhile. errno is left alone.
+ * @return 1
+ */
+ORV_API int platform_pair_close(platform_pair_handle *ph);
+
+/** @} */
+/** @} */
+
+/**
+ * @defgroup child_processes Child processes
+ *
+ * Starting programs, waiting for them and ending them, and what goes with it: a descriptor on the
+ * null device and the blocking mode of descriptors. A failing call leaves the system's errno.
+ *
+ * @code
+ * int pid = platform_spawn_list("tar", "tar", "-xf", "parts.tar", NULL);
+ * if (pid == 0)
+ *   _exit(127); // in the child: tar could not be run
+ * int status = -1;
+ * if (pid > 0 && platform_wait_child(pid, &status) == pid && status == 0)
+ *   puts("unpacked");
+ * @endcode
+ * @{
+ */
+
+/**
+ * Starts a program in a child process.
+ *
+ * @param program the program; a bare name is searched for on PATH
+ * @param argv    the null-ended vector for the program, its name first by custom
+ * @param std_fds three descriptors that are duplicated onto the child's 0, 1 and 2, one after the
+ *                other, or null for none. A negative entry keeps the child's own. The originals
+ *                stay open in the child; a 0, 1 or 2 out of its place is read after the earlier
+ *                ones were replaced.
+ * @return the child's process id; -1 when no child could be made (there is one attempt); and **0
+ *         in the child** when the program could not be run: the caller's code then runs twice,
+ *         and the child must end itself, with _exit(), so that buffered output is not written
+ *         twice.
+ */
 ORV_API int platform_spawn_fds(const char *program, char *const *argv, const int *std_fds);
+
+/** Does what platform_spawn_fds() does, without descriptors: the child inherits all. */
 ORV_API int platform_spawn(const char *program, char *const *argv);
+
+/**
+ * Starts a program with a null-ended list of arguments, and with the null device for its standard
+ * input, output and error.
+ *
+ * A list whose first argument is null is empty. Up to 8191 arguments are taken; a further one
+ * ends the process by the assertion "idx < 8192". Where the null device cannot be opened the
+ * child keeps its own descriptors.
+ * @return as platform_spawn_fds(), with the 0 in a child whose program could not be run
+ */
 ORV_API int platform_spawn_list_quiet(const char *program, const char *arg0, ...) ORV_SENTINEL;
+
+/** Does what platform_spawn_list_quiet() does, but the child inherits the standard descriptors.
+ *  */
 ORV_API int platform_spawn_list(const char *program, const char *arg0, ...) ORV_SENTINEL;
+
+/**
+ * Waits until a child process ends.
+ *
+ * Each wait that fails is reported into the trace as "waitpid: : " and the system's text. After
+ * EINTR and EAGAIN the wait begins again, as often as it takes, with errno 0.
+ * @param pid    the child, or what else waitpid() understands
+ * @param status where to store the status as waitpid() gives it, or null; untouched on failure,
+ *               so let it start as something that counts as failure
+ * @return waitpid()'s result: the process id, or -1 with errno set
+ */
 ORV_API int platform_wait_child(int pid, int *status);
+
+/**
+ * Looks whether a child process has ended, without waiting, and collects it if so.
+ *
+ * @param pid         the child
+ * @param exit_status set to its exit status, 0 to 255, if it exited; else to 0. May be null.
+ * @param term_signal set to the signal that ended it, if one did; else to 0. May be null.
+ * @return `pid` when the child has ended; 0 while it runs; -1 with errno set when it is no child.
+ *         For a `pid` that stands for several (-1, say) the child that was collected: its status
+ *         is lost.
+ */
 ORV_API int platform_child_status(int pid, int *exit_status, int *term_signal);
+
+/**
+ * Ends a child process and waits for it.
+ *
+ * SIGTERM is sent; SIGKILL only where SIGTERM could not be sent. A child that survives SIGTERM is
+ * therefore waited for as long as it runs.
+ * @param pid the child. 0 and -1, which mean many processes to the system and are what a failed
+ *            spawn leaves, are refused: 0 with ESRCH.
+ * @return 1, also when the wait failed; 0 with errno set when no signal could be sent
+ */
 ORV_API int platform_kill_and_wait(int pid);
+
+/** Does the same as platform_kill_and_wait(). */
 ORV_API int platform_kill_and_wait_child(int pid);
+
+/**
+ * Takes a reference to the process-wide descriptor on the null device, open for reading and
+ * writing.
+ *
+ * @return the descriptor, the same for all until the last reference is released; not to be
+ *         closed. -1 with errno set, and no reference, when it cannot be opened.
+ */
 ORV_API int platform_null_fd_acquire(void);
+
+/**
+ * Releases a reference; the last one closes the descriptor.
+ *
+ * @param fd what platform_null_fd_acquire() returned; for any other descriptor nothing is done
+ * @return the references left; a release too many leaves 0
+ */
 ORV_API int platform_null_fd_release(int fd);
+
+/** Tells whether a descriptor is in blocking mode: 1; 0 if not, and for one that is not open. */
 ORV_API int platform_fd_is_blocking(int fd);
+
+/**
+ * Switches a descriptor's blocking mode; its other status flags are kept.
+ *
+ * The mode belongs to the open file: it changes for every descriptor and process that shares it.
+ * @param fd       the descriptor
+ * @param blocking nonzero for blocking, 0 for non-blocking
+ * @return 0, or -1 with errno set when the system refused
+ */
 ORV_API int platform_fd_set_blocking(int fd, int blocking);
+
+/** @} */
 
 typedef struct platform_msgbuf {
   char *pBuf;
