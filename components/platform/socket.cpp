@@ -79,7 +79,7 @@ int hand_over(int sock, platform_message_handler handler, MessageSearch &search)
 void drop_message(const MessageSearch &search) {
   gMsgBuf->p1 = after_message(search);
   compact();
-  msg_warn("A message of more than %zu lines was received.  It is dropped.\n", kMostLines);
+  msg_warn("A message of more than %zu lines was received.  It is dropped.", kMostLines);
 }
 
 // Goes on with the search until it has found a message that can be handed over.

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <orv/diag.h>
 #include <orv/platform.h>
 #include <sys/select.h>
@@ -20,8 +19,8 @@ constexpr size_t kNarrowWords = FD_SETSIZE / kBitsPerWord;
 
 constexpr suseconds_t kWaitSliceMicroseconds = 100000;
 
-int select_in(SetWord *words, size_t count, int fd, timeval limit) {
-  memset(words, 0, count * sizeof *words);
+// `words` is an empty set.
+int select_in(SetWord *words, int fd, timeval limit) {
   const auto bit = static_cast<size_t>(fd);
   words[bit / kBitsPerWord] |= SetWord{1} << bit % kBitsPerWord;
   return select(fd + 1, reinterpret_cast<fd_set *>(words), nullptr, nullptr, &limit);
@@ -51,13 +50,14 @@ int select_readable(int fd, timeval limit) {
     return -1;
   }
   const size_t count = static_cast<size_t>(fd) / kBitsPerWord + 1;
-  SetWord narrow[kNarrowWords];
-  if (count <= kNarrowWords)
-    return select_in(narrow, count, fd, limit);
-  BlockGuard wide(malloc(count * sizeof(SetWord)));
+  if (count <= kNarrowWords) {
+    SetWord narrow[kNarrowWords] = {};
+    return select_in(narrow, fd, limit);
+  }
+  BlockGuard wide(calloc(count, sizeof(SetWord)));
   if (wide.get() == nullptr)
     return -1;
-  return select_in(static_cast<SetWord *>(wide.get()), count, fd, limit);
+  return select_in(static_cast<SetWord *>(wide.get()), fd, limit);
 }
 
 bool select_may_go_on() {

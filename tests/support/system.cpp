@@ -36,7 +36,7 @@ Call known[] = {
     {"fflush", 0, 0, 0, 0, 0},     {"read", 0, 0, 0, 0, 0},    {"vsnprintf", 0, 0, 0, 0, 0},
     {"sleep", 0, 0, 0, 0, 0},      {"poll", 0, 0, 0, 0, 0},    {"close", 0, 0, 0, 0, 0},
     {"fopen", 0, 0, 0, 0, 0},      {"fgets", 0, 0, 0, 0, 0},   {"getlogin", 0, 0, 0, 0, 0},
-    {"time", 0, 0, 0, 0, 0},
+    {"time", 0, 0, 0, 0, 0},       {"calloc", 0, 0, 0, 0, 0},
 };
 
 Call &call_named(const char *name) {
@@ -167,6 +167,10 @@ void *__wrap_malloc(size_t size) {
 }
 
 void *__wrap_calloc(size_t count, size_t size) {
+  static support::Call &call = call_named("calloc");
+  call.last_size = count * size;
+  if (refused(call))
+    return nullptr;
   void *block = __real_calloc(count, size);
   support::note_block(block);
   return block;
@@ -209,8 +213,6 @@ WRAP(int, bind, (int fd, const sockaddr *address, socklen_t length), (fd, addres
 WRAP(int, listen, (int fd, int backlog), (fd, backlog))
 WRAP(int, accept, (int fd, sockaddr *address, socklen_t *length), (fd, address, length))
 WRAP(int, connect, (int fd, const sockaddr *address, socklen_t length), (fd, address, length))
-WRAP(int, select, (int width, fd_set *reads, fd_set *writes, fd_set *errors, timeval *limit),
-     (width, reads, writes, errors, limit))
 WRAP(ssize_t, send, (int fd, const void *bytes, size_t length, int flags),
      (fd, bytes, length, flags))
 WRAP(ssize_t, recv, (int fd, void *buffer, size_t length, int flags), (fd, buffer, length, flags))
@@ -260,6 +262,17 @@ time_t __wrap_time(time_t *result) {
   if (result != nullptr)
     *result = answers.now;
   return answers.now;
+}
+
+int __real_select(int width, fd_set *reads, fd_set *writes, fd_set *errors, timeval *limit);
+// The size of a select is its time-out in microseconds.
+int __wrap_select(int width, fd_set *reads, fd_set *writes, fd_set *errors, timeval *limit) {
+  static support::Call &call = call_named("select");
+  if (limit != nullptr)
+    call.last_size = static_cast<size_t>(limit->tv_sec * 1000000 + limit->tv_usec);
+  if (refused(call))
+    return -1;
+  return __real_select(width, reads, writes, errors, limit);
 }
 
 unsigned __real_sleep(unsigned seconds);

@@ -18,8 +18,8 @@ void refuse_nothing();
 // How often the wrapped call was made since the process started.
 long calls(const char *name);
 
-// The size asked for by the latest malloc, or by the latest realloc; the seconds of the latest
-// sleep; the descriptor of the latest fsync.
+// The size asked for by the latest malloc, calloc or realloc; the seconds of the latest
+// sleep; the descriptor of the latest fsync; the microseconds that the latest select may wait.
 size_t last_size(const char *name);
 
 // The path of the latest fopen, refused or not.
