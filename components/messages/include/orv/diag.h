@@ -68,9 +68,9 @@ extern "C" {
  *
  * @param format  printf format of the text, its "\n" included; not null.
  *
- * A text of more than 16383 bytes is cut there and its last byte becomes a newline. A text that
- * cannot be formatted (a wide character without a form in this locale) is not written. errno is
- * left as it stood.
+ * A text of more than 16383 bytes is cut there and its last byte becomes a newline; a null
+ * character in it ends it. A text that cannot be formatted (a wide character without a form in this
+ * locale) is not written. errno is left as it stood.
  */
 ORV_API void diag_printf(const char *format, ...) ORV_PRINTF(1, 2);
 

@@ -942,9 +942,16 @@ ORV_API int platform_sig_mode_test(int request, platform_file_sig_t sig);
  * through the diagnostic log, which belongs to one thread).
  *
  * @code
- * uint64_t resident_kb;
- * if (platform_process_memory(-1, NULL, &resident_kb))
- *   msg_print("This process uses %" PRIu64 " KB of memory.", resident_kb);
+ * #include <inttypes.h>
+ * #include <orv/msg.h>
+ * #include <orv/platform.h>
+ *
+ * int main(void) {
+ *   uint64_t resident_kb;
+ *   if (platform_process_memory(-1, NULL, &resident_kb))
+ *     msg_print("This process uses %" PRIu64 " KB of memory.", resident_kb);
+ *   return platform_process_exists(1) ? 0 : 1;
+ * }
  * @endcode
  * @{
  */
