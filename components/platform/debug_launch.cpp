@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <orv/diag.h>
 #include <orv/platform.h>
 #include <strings.h>
@@ -24,6 +25,7 @@ constexpr char kVariable[] = "ORV_DEBUG";
 
 // Product names that lead a program's name and say nothing in the name of its log.
 constexpr std::string_view kLogPrefixes[] = {"velta", "orv", "zo_"};
+static_assert(std::size(kLogPrefixes) == 3 && kLogPrefixes[0].size() == 5);
 
 // The command line as the scan for the marker saw it.
 struct CommandLine {

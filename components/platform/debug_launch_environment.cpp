@@ -64,12 +64,13 @@ const char *platform_distribution(void) {
   const int length = snprintf(path, sizeof path, "%s/dist/DISTRIBUTION", top);
   if (length < 0 || static_cast<size_t>(length) >= sizeof path)
     return nullptr;
-  FILE *file = fopen(path, "r");
-  if (file == nullptr)
+  orv::StreamGuard file(fopen(path, "r"));
+  if (file.get() == nullptr)
     return nullptr;
   // Kept: the stream stays open, and the area is returned as it stands even when the file holds no
   // word: it then keeps the name found earlier, or is empty.
   static_assert(kDistributionNameSize == 127 + 1);
-  [[maybe_unused]] const int words = fscanf(file, "%127s", state.distribution_name);
+  [[maybe_unused]] const int words = fscanf(file.get(), "%127s", state.distribution_name);
+  [[maybe_unused]] const FILE *left_open = file.release();
   return state.distribution_name;
 }

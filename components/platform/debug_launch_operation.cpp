@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <orv/platform.h>
 #include <strings.h>
 #include <unistd.h>
@@ -93,6 +94,7 @@ constexpr Operation kOperations[] = {
     {kUsing, use},
     {"exec", execute},
 };
+static_assert(std::size(kOperations) == 4);
 
 const Operation *find_operation(std::string_view word) {
   for (const Operation &operation : kOperations)

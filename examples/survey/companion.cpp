@@ -19,13 +19,17 @@ namespace {
 struct Companion {
   uint64_t requests;     // received so far
   uint64_t dies_at;      // the request at which the companion dies, 0 for none
-  char dies_in_answer;   // '~' in the middle of the answer, '+' after it, otherwise before it
+  char moment;           // '~' in the middle of the answer, '+' after it, NUL before it
   bool was_asked_to_end; // survey says so; it did not just go away
 };
 Companion companion;
 
+bool is_time_to_die(char moment) {
+  return companion.requests == companion.dies_at && companion.moment == moment;
+}
+
 void die_at(char moment) {
-  if (companion.requests == companion.dies_at && companion.dies_in_answer == moment)
+  if (is_time_to_die(moment))
     raise(SIGKILL);
 }
 
@@ -34,10 +38,9 @@ int answer(int sock, const char *number, const char *path) {
   Counts counts;
   platform_file_sig_t signature;
   const int error = count_file(path, counts, signature);
-  if (companion.requests == companion.dies_at && companion.dies_in_answer == '~') {
+  if (is_time_to_die('~'))
     platform_sock_send_line(sock, kCounted);
-    raise(SIGKILL);
-  }
+  die_at('~');
   int sent = 0;
   if (error == 0)
     sent = platform_sock_send_message(sock, kCounted, number, write_counts(counts).text,
@@ -71,7 +74,7 @@ int take_request(int sock, char *first, char **further) {
 int run_companion(const char *fault) {
   char *moment = nullptr;
   companion.dies_at = strtoull(fault, &moment, 10);
-  companion.dies_in_answer = *moment;
+  companion.moment = *moment;
   // Signals are left to survey: an interrupt from the terminal reaches both processes, and survey
   // still wants answers then.
   platform_pair_handle *pair = platform_pair_child_open(kPairVariable, 1, 1);

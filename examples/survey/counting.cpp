@@ -22,7 +22,7 @@ constexpr Kinds classify() {
   for (int byte = '!'; byte <= '~'; byte++)
     kinds.of[byte] = Kind::printable;
   for (const char blank : std::string_view(" \t\n\v\f\r"))
-    kinds.of[static_cast<int>(blank)] = Kind::blank;
+    kinds.of[static_cast<unsigned char>(blank)] = Kind::blank;
   return kinds;
 }
 constexpr Kinds kKinds = classify();

@@ -36,6 +36,7 @@ struct HandOver {
 HandOver state;
 
 void settle(Entry &entry, EntryState result, int error) {
+  trace_name(result == EntryState::counted ? "counted" : "not counted", entry.path);
   entry.state = result;
   entry.error = error;
   state.done++;

@@ -22,16 +22,34 @@ Asked refuse(const char *what, const char *argument) {
   return Asked::nonsense;
 }
 
-// A whole number of at least 1. False, after saying so, for anything else.
-bool read_number(const char *option, const char *text, unsigned &number) {
+// Reads a whole number of at least 1.
+Asked read_number(const char *option, const char *text, unsigned &number) {
   char *end = nullptr;
   const long value = text == nullptr ? 0 : strtol(text, &end, 10);
-  if (value >= 1 && value <= INT_MAX && *end == '\0') {
-    number = static_cast<unsigned>(value);
-    return true;
+  if (value < 1 || value > INT_MAX || *end != '\0') {
+    msg_error_shared("%s takes a whole number from 1 on.\n%s", option, kUsage);
+    return Asked::nonsense;
   }
-  msg_error_shared("%s takes a whole number from 1 on.\n%s", option, kUsage);
-  return false;
+  number = static_cast<unsigned>(value);
+  return Asked::survey;
+}
+
+// Reads the option at hand, and the number after it if it takes one.
+Asked read_option(char **&at, Options &options) {
+  const char *option = *at;
+  if (strcmp(option, "--help") == 0)
+    return Asked::help;
+  if (strcmp(option, "--totals") == 0) {
+    options.totals_only = true;
+    return Asked::survey;
+  }
+  if (strcmp(option, "--watch") == 0) {
+    options.watch = true;
+    return read_number(option, *++at, options.seconds);
+  }
+  if (strcmp(option, "--passes") == 0)
+    return read_number(option, *++at, options.passes);
+  return refuse("There is no option", option);
 }
 
 } // namespace
@@ -39,26 +57,16 @@ bool read_number(const char *option, const char *text, unsigned &number) {
 Asked read_options(char **arguments, Options &options) {
   bool options_ended = false;
   for (char **at = arguments; *at != nullptr; at++) {
-    const bool is_option = !options_ended && **at == '-';
-    if (!is_option) {
-      if (options.folder != nullptr)
-        return refuse("One folder is enough; there is also", *at);
-      options.folder = *at;
-    } else if (strcmp(*at, "--") == 0) {
+    if (!options_ended && strcmp(*at, "--") == 0) {
       options_ended = true;
-    } else if (strcmp(*at, "--help") == 0) {
-      return Asked::help;
-    } else if (strcmp(*at, "--totals") == 0) {
-      options.totals_only = true;
-    } else if (strcmp(*at, "--watch") == 0) {
-      options.watch = true;
-      if (!read_number("--watch", *++at, options.seconds))
-        return Asked::nonsense;
-    } else if (strcmp(*at, "--passes") == 0) {
-      if (!read_number("--passes", *++at, options.passes))
-        return Asked::nonsense;
+    } else if (!options_ended && **at == '-') {
+      const Asked asked = read_option(at, options);
+      if (asked != Asked::survey)
+        return asked;
+    } else if (options.folder == nullptr) {
+      options.folder = *at;
     } else {
-      return refuse("There is no option", *at);
+      return refuse("One folder is enough; there is also", *at);
     }
   }
   if (options.folder == nullptr)
