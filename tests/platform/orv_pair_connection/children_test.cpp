@@ -327,12 +327,11 @@ TEST_F(NullDevice, stands_a_release_too_many) {
 
 TEST_F(NullDevice, that_cannot_be_opened_is_tried_again_later) {
   const auto outcome = run_in_child([] {
-    const rlimit none = {3, 1024};
-    const rlimit enough = {64, 1024};
-    setrlimit(RLIMIT_NOFILE, &none);
-    printf("%d ", platform_null_fd_acquire());
-    printf("%d ", platform_null_fd_release(-1));
-    setrlimit(RLIMIT_NOFILE, &enough);
+    {
+      const DescriptorsExhausted exhausted;
+      printf("%d ", platform_null_fd_acquire());
+      printf("%d ", platform_null_fd_release(-1));
+    }
     const int fd = platform_null_fd_acquire();
     printf("%d ", fd >= 3);
     printf("%d", platform_null_fd_release(fd));

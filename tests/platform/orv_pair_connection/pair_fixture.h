@@ -128,6 +128,26 @@ inline platform_pair_handle *make_handle(int fd, int side = 1, int kind = 12) {
   return ph;
 }
 
+// Leaves the process no room for a further descriptor while it lives; for a child of its own.
+class DescriptorsExhausted {
+public:
+  DescriptorsExhausted() {
+    const rlimit few = {256, 256};
+    setrlimit(RLIMIT_NOFILE, &few);
+    for (int fd; (fd = dup(2)) >= 0;)
+      taken.push_back(fd);
+  }
+  DescriptorsExhausted(const DescriptorsExhausted &) = delete;
+  DescriptorsExhausted &operator=(const DescriptorsExhausted &) = delete;
+  ~DescriptorsExhausted() {
+    for (const int fd : taken)
+      close(fd);
+  }
+
+private:
+  std::vector<int> taken;
+};
+
 // The id of a process that has existed and does no more.
 inline int gone_process() {
   const pid_t pid = fork();

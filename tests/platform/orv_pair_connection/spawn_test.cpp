@@ -204,17 +204,16 @@ TEST_F(SpawnQuiet, returns_zero_in_a_child_whose_program_is_missing) {
 
 TEST_F(SpawnQuiet, starts_the_program_without_a_null_device_too) {
   const auto outcome = run_in_child([] {
-    rlimit limit = {};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none = {3, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    const int pid = platform_spawn_list_quiet(kMissing, "missing", nullptr);
-    if (pid == 0) {
-      printf("its own output");
-      fflush(stdout);
-      _exit(23);
+    int pid = 0;
+    {
+      const DescriptorsExhausted exhausted;
+      pid = platform_spawn_list_quiet(kMissing, "missing", nullptr);
+      if (pid == 0) {
+        printf("its own output");
+        fflush(stdout);
+        _exit(23);
+      }
     }
-    setrlimit(RLIMIT_NOFILE, &limit);
     exit(ended(pid));
   });
   EXPECT_EQ(outcome.exit_status, 23);
