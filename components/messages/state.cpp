@@ -22,8 +22,8 @@ constinit State state = {
     .initialised = 0,
     .messages_in_progress = 0,
     .retired = nullptr,
-    .reserve_used = 0,
-    .reserve = {},
+    .area_held = 0,
+    .area = {},
 };
 
 void release_text_when_idle(const char *text) {

@@ -9,7 +9,7 @@ namespace orv::messages {
 
 constexpr int kTypeCount = 5;
 constexpr int kDiagIndex = 4; // of MSG_DIAG in State::streams
-constexpr size_t kReserveSize = 16384;
+constexpr size_t kTextAreaSize = 16384;
 
 // The prefixes that a program may set, as indices of State::prefixes.
 enum PrefixSlot { kMpPrefix, kWarnPrefix, kPrintPrefix, kInternalErrorPrefix, kErrorPrefix };
@@ -47,8 +47,8 @@ struct State {
   int32_t initialised;          // 1 once the stream lists hold their defaults
   int32_t messages_in_progress; // nested when a stream fails while a message is written
   RetiredText *retired;         // given back when no message is in progress
-  size_t reserve_used;          // bytes of the reserve that messages in progress hold
-  char reserve[kReserveSize];   // takes the text when the heap refuses a buffer
+  size_t area_held;             // bytes of the area that messages in progress take up
+  char area[kTextAreaSize];     // holds ordinary texts, and what fits when the heap refuses
 };
 
 extern constinit State state __attribute__((visibility("hidden")));

@@ -127,9 +127,9 @@ int query_sync(int types) {
 msg_stream_desc *streams_of_type(int type) {
   initialise_once();
   const int index = index_of_type(type);
-  if (index < 0)
-    msg_fatal("Internal error (_msg_get_stream_desc): Unknown message type: %d", type);
-  return &state.streams[index];
+  if (index >= 0)
+    return &state.streams[index];
+  msg_fatal("Internal error (_msg_get_stream_desc): Unknown message type: %d", type);
 }
 
 } // namespace orv::messages
@@ -188,7 +188,7 @@ int msg_has_warn_streams(void) {
 
 const char *msg_type_name(int type) {
   const int index = index_of_type(type);
-  if (index < 0)
-    msg_fatal("Internal error: Unknown message type: %d", type);
-  return kTypes[index].name;
+  if (index >= 0)
+    return kTypes[index].name;
+  msg_fatal("Internal error: Unknown message type: %d", type);
 }

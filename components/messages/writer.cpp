@@ -16,8 +16,9 @@ constexpr size_t kWidestIndentation = sizeof kBlanks - 1;
 static_assert(kWidestIndentation == 49);
 
 // A constant, so that it stays valid whatever happens to the message that it leads.
-[[nodiscard]] const char *indentation_of(size_t length) {
-  return kBlanks + (kWidestIndentation - std::min(length, kWidestIndentation));
+[[nodiscard]] std::string_view indentation_of(size_t length) {
+  const size_t width = std::min(length, kWidestIndentation);
+  return {kBlanks + (kWidestIndentation - width), width};
 }
 
 [[nodiscard]] Message prepare_message(int type, int format_type, bool solo, const char *prefix) {
@@ -63,7 +64,7 @@ void advance_column(size_t characters) {
 }
 
 void write_newline(const Message &message) {
-  write_to_streams(message, "\n");
+  write_newline_to_streams(message);
   state.column = 0;
 }
 
@@ -171,12 +172,12 @@ void set_last_head(const char *head, bool owned) {
 // it is copied unless it is the stored head already.
 void remember_head(const Message &message) {
   if (message.head_written) {
-    set_last_head(message.indentation, false);
+    set_last_head(message.indentation.data(), false);
   } else if (message.head.data() != state.last.head) {
     auto *copy = static_cast<char *>(malloc(message.head.size() + 1));
     if (copy != nullptr)
       memcpy(copy, message.head.data(), message.head.size() + 1);
-    set_last_head(copy == nullptr ? message.indentation : copy, copy != nullptr);
+    set_last_head(copy == nullptr ? message.indentation.data() : copy, copy != nullptr);
   }
 }
 
@@ -207,6 +208,6 @@ void msg_output(int type, int fmt_type, int solo, int continuation, const char *
   write_text(message, text.characters);
   release_text(text);
   finish(message);
-  if (--state.messages_in_progress == 0)
+  if (--state.messages_in_progress == 0 && state.retired != nullptr)
     free_retired_texts();
 }

@@ -13,21 +13,21 @@ struct Message {
   int type;
   int format_type;
   bool solo;
-  msg_stream_desc *streams;   // read anew for each write: a failing stream leaves the list
-  std::string_view mp_prefix; // leads every line; empty for a solo message
-  std::string_view head;      // the prefix until a head has been written, then the indentation
-  size_t prefix_length;       // what the column grows by at every head, beside the mp prefix
-  const char *indentation;    // as many blanks as the prefix is long, within the cap
+  msg_stream_desc *streams;     // read anew for each write: a failing stream leaves the list
+  std::string_view mp_prefix;   // leads every line; empty for a solo message
+  std::string_view head;        // the prefix until a head has been written, then the indentation
+  size_t prefix_length;         // what the column grows by at every head, beside the mp prefix
+  std::string_view indentation; // as many blanks as the prefix is long, within the cap
   bool head_written;
 };
 
 // writer_text.cpp
 
-// The text of a message: in a heap block, in the reserve, or the format itself.
+// The text of a message: in the library's own area, in a heap block, or the format itself.
 struct Text {
   std::string_view characters;
-  char *block;     // null when the text is not in the heap
-  size_t reserved; // bytes of the reserve that it holds
+  char *block; // null when the text is not in the heap
+  size_t held; // bytes of the area that it takes up
 };
 
 // Expands the format. Never fails: there is always something to write. Keeps errno, which must
@@ -37,8 +37,9 @@ void release_text(const Text &text);
 
 // writer_streams.cpp
 
-// Both drop a stream that fails, with a warning, and go on with the next index.
+// All drop a stream that fails, with a warning, and go on with the next index.
 void write_to_streams(const Message &message, std::string_view piece);
+void write_newline_to_streams(const Message &message);
 void flush_streams(const Message &message);
 
 // writer_wrap.cpp

@@ -23,25 +23,32 @@ void drop_stream(const char *operation, const Message &message, FILE *stream) {
   msg_cont("Stream error was: %s", strerror(errno));
 }
 
-} // namespace
-
 // Kept: a stream that moves into the slot of a dropped one misses the rest of that one write.
-void write_to_streams(const Message &message, std::string_view piece) {
-  if (piece.empty())
-    return;
+template <typename Write>
+void on_every_stream(const Message &message, const char *operation, Write succeeds) {
   for (int32_t i = 0; i < message.streams->count; i++) {
     FILE *stream = message.streams->streams[i];
-    if (fwrite(piece.data(), 1, piece.size(), stream) != piece.size())
-      drop_stream("output", message, stream);
+    if (!succeeds(stream))
+      drop_stream(operation, message, stream);
   }
 }
 
+} // namespace
+
+void write_to_streams(const Message &message, std::string_view piece) {
+  if (piece.empty())
+    return;
+  on_every_stream(message, "output", [piece](FILE *stream) {
+    return fwrite(piece.data(), 1, piece.size(), stream) == piece.size();
+  });
+}
+
+void write_newline_to_streams(const Message &message) {
+  on_every_stream(message, "output", [](FILE *stream) { return putc('\n', stream) != EOF; });
+}
+
 void flush_streams(const Message &message) {
-  for (int32_t i = 0; i < message.streams->count; i++) {
-    FILE *stream = message.streams->streams[i];
-    if (fflush(stream) != 0)
-      drop_stream("flush", message, stream);
-  }
+  on_every_stream(message, "flush", [](FILE *stream) { return fflush(stream) == 0; });
 }
 
 } // namespace orv::messages

@@ -1,5 +1,5 @@
-// The text of a message: the format expanded into a heap buffer that grows until it fits, or into
-// the reserve when the heap refuses.
+// The text of a message: the format expanded into the library's own area, or where that is too
+// small into a heap block that grows until the text fits.
 #include "common/guards.h"
 #include "messages/state.h"
 #include "messages/writer.h"
@@ -8,11 +8,34 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 
 namespace orv::messages {
 namespace {
 
+// Takes ordinary texts in one pass, and leaves room in the area for the warning about a stream that
+// fails while such a text is written.
 constexpr size_t kFirstSize = 10000;
+
+struct Buffer {
+  char *start; // null when the heap refuses
+  char *block; // null when it is in the area
+};
+
+[[nodiscard]] char *free_area() {
+  return state.area + state.area_held;
+}
+
+[[nodiscard]] size_t free_area_size() {
+  return kTextAreaSize - state.area_held;
+}
+
+[[nodiscard]] Buffer take_buffer(size_t size) {
+  if (size == kFirstSize && free_area_size() >= size)
+    return {.start = free_area(), .block = nullptr};
+  auto *block = static_cast<char *>(malloc(size));
+  return {.start = block, .block = block};
+}
 
 int format_into(char *buffer, size_t size, const char *format, va_list args, int entry_errno) {
   va_list copy;
@@ -43,37 +66,47 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
 }
 
 [[nodiscard]] Text the_format_itself(const char *format) {
-  return {.characters = format, .block = nullptr, .reserved = 0};
+  return {.characters = format, .block = nullptr, .held = 0};
 }
 
-// Messages nest like calls, so what they hold of the reserve is given back in reverse order.
-[[nodiscard]] Text expand_in_reserve(const char *format, va_list args, int entry_errno) {
-  char *free_part = state.reserve + state.reserve_used;
-  const size_t size = kReserveSize - state.reserve_used;
+// Messages nest like calls, so what they hold of the area is given back in reverse order.
+[[nodiscard]] Text hold_in_area(size_t length) {
+  const char *start = free_area();
+  state.area_held += length + 1;
+  return {.characters = {start, length}, .block = nullptr, .held = length + 1};
+}
+
+// A refusal of storage is told even so: what fits the area is written.
+[[nodiscard]] Text expand_without_heap(const char *format, va_list args, int entry_errno) {
+  const size_t size = free_area_size();
   if (size == 0)
     return the_format_itself(format);
-  const int length = format_into(free_part, size, format, args, entry_errno);
+  const int length = format_into(free_area(), size, format, args, entry_errno);
   if (length < 0)
     return the_format_itself(format);
-  const size_t kept = std::min(static_cast<size_t>(length), size - 1);
-  state.reserve_used += kept + 1;
-  return {.characters = {free_part, kept}, .block = nullptr, .reserved = kept + 1};
+  return hold_in_area(std::min(static_cast<size_t>(length), size - 1));
 }
 
 } // namespace
 
 Text expand_text(const char *format, va_list args) {
+  if (strchr(format, '%') == nullptr)
+    return the_format_itself(format);
   const ErrnoGuard entry;
   size_t size = kFirstSize;
   for (;;) {
-    auto *buffer = static_cast<char *>(malloc(size));
-    if (buffer == nullptr)
-      return expand_in_reserve(format, args, entry.value());
-    const int length = format_into(buffer, size, format, args, entry.value());
+    const Buffer buffer = take_buffer(size);
+    if (buffer.start == nullptr)
+      return expand_without_heap(format, args, entry.value());
+    const int length = format_into(buffer.start, size, format, args, entry.value());
+    if (fits(length, size) && buffer.block == nullptr)
+      return hold_in_area(static_cast<size_t>(length));
     if (fits(length, size))
-      return {.characters = {buffer, static_cast<size_t>(length)}, .block = buffer, .reserved = 0};
+      return {.characters = {buffer.start, static_cast<size_t>(length)},
+              .block = buffer.block,
+              .held = 0};
     const bool grow = may_fit_a_larger_buffer(length, size, entry.value());
-    free(buffer);
+    free(buffer.block);
     if (!grow)
       return the_format_itself(format);
     size = next_size(length, size);
@@ -81,9 +114,11 @@ Text expand_text(const char *format, va_list args) {
 }
 
 void release_text(const Text &text) {
-  ErrnoGuard keep;
-  free(text.block);
-  state.reserve_used -= text.reserved;
+  state.area_held -= text.held;
+  if (text.block != nullptr) {
+    const ErrnoGuard keep;
+    free(text.block);
+  }
 }
 
 } // namespace orv::messages
