@@ -95,6 +95,8 @@ void start_output(Message &message, bool continuation) {
   return found == nullptr ? end : static_cast<const char *>(found);
 }
 
+// Kept: the column moves for a type without streams as well, so that silencing a type does not
+// change how later messages are laid out.
 void write_counted(const Message &message, std::string_view piece) {
   write_to_streams(message, piece);
   advance_column(piece.size());
@@ -183,6 +185,7 @@ void remember_head(const Message &message) {
 
 void finish(const Message &message) {
   if (message.format_type == MSG_FMT_LINE) {
+    // Kept: after a text that ended its line itself this makes an empty line.
     write_newline(message);
     flush_streams(message);
   }

@@ -17,11 +17,6 @@ namespace {
 // fails while such a text is written.
 constexpr size_t kFirstSize = 10000;
 
-struct Buffer {
-  char *start; // null when the heap refuses
-  char *block; // null when it is in the area
-};
-
 [[nodiscard]] char *free_area() {
   return state.area + state.area_held;
 }
@@ -30,11 +25,11 @@ struct Buffer {
   return kTextAreaSize - state.area_held;
 }
 
-[[nodiscard]] Buffer take_buffer(size_t size) {
+// The free part of the area, or a heap block; null when the heap refuses.
+[[nodiscard]] char *take_buffer(size_t size) {
   if (size == kFirstSize && free_area_size() >= size)
-    return {.start = free_area(), .block = nullptr};
-  auto *block = static_cast<char *>(malloc(size));
-  return {.start = block, .block = block};
+    return free_area();
+  return static_cast<char *>(malloc(size));
 }
 
 int format_into(char *buffer, size_t size, const char *format, va_list args, int entry_errno) {
@@ -70,10 +65,10 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
 }
 
 // Messages nest like calls, so what they hold of the area is given back in reverse order.
-[[nodiscard]] Text hold_in_area(size_t length) {
-  const char *start = free_area();
-  state.area_held += length + 1;
-  return {.characters = {start, length}, .block = nullptr, .held = length + 1};
+[[nodiscard]] Text hold_text(const char *start, char *block, size_t length) {
+  const size_t held = block == nullptr ? length + 1 : 0;
+  state.area_held += held;
+  return {.characters = {start, length}, .block = block, .held = held};
 }
 
 // A refusal of storage is told even so: what fits the area is written.
@@ -84,7 +79,7 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
   const int length = format_into(free_area(), size, format, args, entry_errno);
   if (length < 0)
     return the_format_itself(format);
-  return hold_in_area(std::min(static_cast<size_t>(length), size - 1));
+  return hold_text(free_area(), nullptr, std::min(static_cast<size_t>(length), size - 1));
 }
 
 } // namespace
@@ -95,18 +90,15 @@ Text expand_text(const char *format, va_list args) {
   const ErrnoGuard entry;
   size_t size = kFirstSize;
   for (;;) {
-    const Buffer buffer = take_buffer(size);
-    if (buffer.start == nullptr)
+    char *buffer = take_buffer(size);
+    if (buffer == nullptr)
       return expand_without_heap(format, args, entry.value());
-    const int length = format_into(buffer.start, size, format, args, entry.value());
-    if (fits(length, size) && buffer.block == nullptr)
-      return hold_in_area(static_cast<size_t>(length));
+    char *block = buffer == free_area() ? nullptr : buffer;
+    const int length = format_into(buffer, size, format, args, entry.value());
     if (fits(length, size))
-      return {.characters = {buffer.start, static_cast<size_t>(length)},
-              .block = buffer.block,
-              .held = 0};
+      return hold_text(buffer, block, static_cast<size_t>(length));
     const bool grow = may_fit_a_larger_buffer(length, size, entry.value());
-    free(buffer.block);
+    free(block);
     if (!grow)
       return the_format_itself(format);
     size = next_size(length, size);

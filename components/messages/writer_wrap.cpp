@@ -37,6 +37,7 @@ const char *choose_break(const char *start, const char *line_end, int64_t room) 
     return line_end;
   const char *word = skip_blanks(start, line_end);
   if (word - start <= room) {
+    // Kept: of several blanks in a row those in front of the break stay at the end of the line.
     const char *blank = find_last_blank(word, start + room);
     if (blank != nullptr)
       return blank;
