@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <malloc.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -104,6 +105,20 @@ void forget_block(uintptr_t address) {
   }
 }
 
+// Blocks that were given back and are kept: held here, so that leak checkers find them.
+bool keeping = false;
+constexpr size_t kMostKept = 4096;
+void *kept[kMostKept];
+size_t kept_count = 0;
+
+void keep_block(void *block) {
+  if (kept_count == kMostKept) {
+    fprintf(stderr, "no room to keep another freed block\n");
+    abort();
+  }
+  kept[kept_count++] = block;
+}
+
 } // namespace
 
 void refuse(const char *name, int error, int skip, int count) {
@@ -127,6 +142,9 @@ size_t last_size(const char *name) {
 }
 long live_blocks() {
   return live;
+}
+void keep_freed_blocks() {
+  keeping = true;
 }
 const char *last_path_opened() {
   return answers.path_opened;
@@ -176,13 +194,24 @@ void *__wrap_calloc(size_t count, size_t size) {
   return block;
 }
 
+// What realloc does when the old block must stay as it is.
+static void *move_to_new_block(void *block, size_t size) {
+  void *moved = __real_malloc(size);
+  if (moved == nullptr || block == nullptr)
+    return moved;
+  const size_t old_size = malloc_usable_size(block);
+  memcpy(moved, block, old_size < size ? old_size : size);
+  support::keep_block(block);
+  return moved;
+}
+
 void *__wrap_realloc(void *block, size_t size) {
   static support::Call &call = call_named("realloc");
   call.last_size = size;
   if (refused(call))
     return nullptr;
   const auto old_address = reinterpret_cast<uintptr_t>(block);
-  void *moved = __real_realloc(block, size);
+  void *moved = support::keeping ? move_to_new_block(block, size) : __real_realloc(block, size);
   if (moved != nullptr) {
     support::forget_block(old_address);
     support::note_block(moved);
@@ -193,7 +222,10 @@ void *__wrap_realloc(void *block, size_t size) {
 void __wrap_free(void *block) {
   if (block != nullptr)
     support::forget_block(reinterpret_cast<uintptr_t>(block));
-  __real_free(block);
+  if (support::keeping && block != nullptr)
+    support::keep_block(block);
+  else
+    __real_free(block);
 }
 
 // A call whose refusal is -1 with errno set.

@@ -38,4 +38,8 @@ void replace_sleep(void (*action)());
 // Blocks obtained from the system's allocator and not yet given back.
 long live_blocks();
 
+// From now on a block that is given back counts as such but keeps its storage and its bytes, so
+// that a test may look at it; and realloc always moves. For the rest of the process.
+void keep_freed_blocks();
+
 } // namespace support
