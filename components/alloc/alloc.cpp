@@ -46,7 +46,8 @@ void compose_refusal(char (&sentence)[kSentenceSize], size_t n, const alloc_site
   const bool no_room = error.value() == ENOMEM;
   const char *function = site.third.function;
   const char *purpose = site.fourth.purpose;
-  if (site.kind == SiteKind::located) // Kept: whatever the error number says
+  // Kept: whatever the error number says.
+  if (site.kind == SiteKind::located)
     snprintf(sentence, sizeof sentence,
              "%s in %s, line %d: Not enough memory to allocate %lu bytes.", site.method,
              site.fourth.file, site.third.line, n);
@@ -72,6 +73,7 @@ void compose_refusal(char (&sentence)[kSentenceSize], size_t n, const alloc_site
   char sentence[kSentenceSize];
   compose_refusal(sentence, n, site);
   if (state.failure_handler != nullptr)
+    // Kept: the substitute is unknown to debug mode, and nothing is filled or copied in.
     return state.failure_handler(n, sentence);
   msg_fatal("%s", sentence);
 }
@@ -109,6 +111,7 @@ size_t request_size(size_t n) {
   return padded_size(n) < n ? SIZE_MAX : padded_size(n);
 }
 
+// Kept: behind a header of 8 bytes, the caller's bytes are aligned to 8 only.
 void *start_of_user_bytes(void *system_block) {
   return static_cast<char *>(system_block) + sizeof(BlockHeader);
 }
@@ -138,6 +141,7 @@ void *start_of_user_bytes(void *system_block) {
     return nullptr;
   void *resized = start_of_user_bytes(system_block);
   record_debug_info(resized, n, site);
+  // Kept: neither the old bytes nor the grown tail are filled.
   return resized;
 }
 
@@ -215,6 +219,7 @@ template <Refusal refusal = Refusal::reported>
 ALWAYS_INLINE void *resize(void *block, size_t size, const char *method, auto third,
                            const char *fourth) {
   if (size == 0) {
+    // Kept: a bad block is then reported under the name of orv_free.
     orv_free(block);
     return nullptr;
   }

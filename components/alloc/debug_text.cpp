@@ -154,7 +154,8 @@ namespace {
 
 struct Totals {
   long pointers;
-  int32_t bytes; // Kept: a 32-bit sum, printed with its sign extended
+  // Kept: a sum of 32 bits, whose sign is extended when it is printed.
+  int32_t bytes;
   long unsound;
 };
 

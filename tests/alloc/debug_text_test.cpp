@@ -109,9 +109,10 @@ TEST_F(Texts, descriptions_are_given_for_the_record_that_is_asked_about) {
   const Outcome outcome = run_in_debug_mode([] {
     const char *block = block_of(8);
     (void)!block_of(24);
+    alignas(8) static char elsewhere[8];
     const auto *other = &orv::alloc::state.records[1];
     msg_print("%s", describe_ptr(block, other - 1, Wording::ordinary));
-    msg_print("%s", describe_ptr(block + 16, other, Wording::after_release));
+    msg_print("%s", describe_ptr(elsewhere + 8, other, Wording::after_release));
   });
   EXPECT_EQ(masked(outcome.out),
             std::string("The pointer 0xADDRESS referenced valid data.  The ") + kOrigin +
