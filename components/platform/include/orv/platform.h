@@ -454,38 +454,347 @@ ORV_API int platform_fd_set_blocking(int fd, int blocking);
 
 /** @} */
 
-typedef struct platform_msgbuf {
-  char *pBuf;
-  int32_t len;
-  char *p1;
-  char *p2;
-} platform_msgbuf;
-extern ORV_API platform_msgbuf *gMsgBuf;
+/**
+ * @defgroup socket_messages Sockets and framed messages
+ *
+ * TCP sockets on "localhost", and messages of text lines over any stream socket.
+ *
+ * On the wire a line is its text followed by CR LF, and an empty line closes a message. The lines
+ * "A" and "B" are the bytes A CR LF B CR LF CR LF. A message has at least one line; only the first
+ * may be empty, because any later empty line is the end. A line feed or a carriage return alone
+ * ends nothing. Text to be sent should hold neither of them: nothing is quoted.
+ *
+ * Received bytes collect in one process-wide buffer, the installed one. Complete messages are cut
+ * there in place and handed to a handler; what follows a message stays for the next call. The
+ * buffer is never enlarged: bytes that would reach its capacity end the process by an assertion,
+ * so make it larger than the longest message that may come, plus 8192 bytes for what follows it.
+ *
+ * A descriptor may have any number, also one of 1024 and more. Failures that the system reports
+ * leave its errno; those that are said to be reported also go through diag_perror(). One thread.
+ *
+ * @code
+ * static int handle(int sock, char *first, char **further) {
+ *   for (int i = 0; further[i] != NULL; i++)
+ *     printf("%s: %s\n", first, further[i]);
+ *   return platform_sock_send_message(sock, "thanks", NULL); // 0, a failed send, ends the loop
+ * }
+ *
+ * static int serve(void) {
+ *   int port;
+ *   int listening = platform_server_sock_open(5000, 5100, &port);
+ *   if (listening < 0)
+ *     return 1;
+ *   printf("port %d\n", port);
+ *   int sock = platform_sock_accept(listening); // closes the listening socket
+ *   if (sock < 0)
+ *     return 1;
+ *   platform_msgbuf *buffer = platform_msgbuf_create(100000);
+ *   platform_set_message_buffer(buffer);
+ *   platform_message_loop(sock, handle, NULL, 0); // until the peer closes
+ *   platform_set_message_buffer(NULL);
+ *   platform_msgbuf_free(buffer);
+ *   return platform_sock_close(sock);
+ * }
+ * @endcode
+ * @{
+ */
 
-typedef int (*platform_message_handler)(int sock, char *first, char **further);
+/**
+ * @defgroup socket_setup Setting sockets up
+ * @{
+ */
+
+/**
+ * Opens a socket that listens on "localhost", on the first free port of a range.
+ *
+ * The ports are tried in order. One that cannot be bound or listened on is passed over; no address
+ * reuse is asked for, so a port that an earlier connection still holds counts as taken. A lookup
+ * of "localhost" that fails, or that first finds something else than an IPv4 or IPv6 address that
+ * is not multicast, fails the whole call.
+ *
+ * @param first    the first port. Port 0 lets the system pick one, but `port_out` then tells 0.
+ * @param end      the port after the last one; a range that is empty fails at once
+ * @param port_out receives the port, or null; untouched on failure
+ * @return the listening socket, for one connection: an accept call closes it. On failure -1,
+ *         reported as "server sock open failed ". errno is the failure of the last port,
+ *         EADDRNOTAVAIL after a lookup that found nothing of use, or EINVAL for an empty range.
+ *
+ * The lookup behind a socket that was opened is never released.
+ */
+ORV_API int platform_server_sock_open(int first, int end, int *port_out);
+
+/**
+ * Accepts one connection, and closes the listening socket, whether or not one was accepted.
+ *
+ * Every failed attempt is reported as "accept". After EINTR and EAGAIN the next follows at once, up
+ * to 500 in all; so on a listening socket that does not block use
+ * platform_sock_accept_timeout(), which waits first.
+ *
+ * The socket sends without delay (TCP_NODELAY), where that can be set.
+ *
+ * @return the connected socket, which the caller closes; or -1, with errno of the last attempt
+ */
+ORV_API int platform_sock_accept(int listening);
+
+/**
+ * Waits for a connection and then does what platform_sock_accept() does.
+ *
+ * @param listening the listening socket
+ * @param seconds   the longest wait, in whole seconds; 0 does not wait, a negative one fails. A
+ *                  signal that is handled meanwhile begins the wait anew.
+ * @return the connected socket; -2 when the time has passed, with the listening socket still open;
+ *         -1 on failure. A failed wait, which only a bad descriptor, a negative time or want of
+ *         memory brings about, is reported as "select failed" and leaves the listening socket as
+ *         it was; a failed accept has closed it.
+ */
+ORV_API int platform_sock_accept_timeout(int listening, int seconds);
+
+/**
+ * Connects to a host and port over TCP and IPv4.
+ *
+ * One socket is made, and tried with each address of the host in turn. It sends without delay
+ * (TCP_NODELAY), where that can be set. The host's lookup is never released.
+ *
+ * @param host a name or a dotted address; null stands for the host itself
+ * @param port the port
+ * @return the connected socket, which the caller closes; or -1, with errno of the last address, or
+ *         EADDRNOTAVAIL when the lookup found none. Nothing is reported.
+ */
+ORV_API int platform_sock_connect(const char *host, int port);
+
+/**
+ * Shuts a socket down in both directions and closes it.
+ *
+ * The connection ends even when other processes hold the same socket.
+ *
+ * @return the result of the close: 0, or -1 with errno
+ */
+ORV_API int platform_sock_close(int sock);
+
+/** @} */
+
+/**
+ * @defgroup socket_send Sending
+ *
+ * No send raises SIGPIPE. Each blocks, on a socket that blocks, until the peer has made room.
+ * After a failure it is unknown how much went out: close the socket.
+ * @{
+ */
+
+/**
+ * Sends all bytes, in as many pieces as it takes.
+ *
+ * @param sock   a connected socket
+ * @param bytes  the bytes
+ * @param length how many; with 0 or less nothing is sent and 0 returned
+ * @return the length; or -1 at the first failure, with errno. EINTR and EAGAIN are failures too:
+ *         send over sockets that block, with signal handlers installed with SA_RESTART.
+ */
+ORV_API int platform_sock_send_all(int sock, const void *bytes, int length);
+
+/**
+ * Sends one line: the text and CR LF, together.
+ *
+ * Texts of up to 8189 characters are sent from the stack, longer ones from a block of the system's
+ * allocator.
+ *
+ * @param sock a connected socket
+ * @param text the line; null or empty sends the empty line that closes a message
+ * @return 1 when the line went out whole, else 0 with errno: EMSGSIZE for a text so long that an
+ *         int does not hold the length of its line
+ */
+ORV_API int platform_sock_send_line(int sock, const char *text);
+
+/**
+ * Sends a message: its lines, and the empty line that closes it.
+ *
+ * The lines are gathered and leave together, as far as they fit 8 KB; a longer one goes by itself.
+ *
+ * @param sock   a connected socket
+ * @param first  the first line; null sends an empty one
+ * @param second the second line, or null for a message of one line: no argument is looked at after
+ *               a null second
+ * @param ...    further lines (const char *), ended by a null pointer. An empty line after the
+ *               first ends the message for the peer, and what follows begins another.
+ * @return 1 when the whole message went out, else 0 with errno; nothing is sent after a failure
+ */
+ORV_API int platform_sock_send_message(int sock, const char *first, const char *second, ...);
+
+/** @} */
+
+/**
+ * @defgroup socket_receive Receiving
+ * @{
+ */
+
+/** What a wait calls between its slices; the place for periodic work. */
 typedef void (*platform_idle_callback)(void);
 
-ORV_API int platform_server_sock_open(int first, int end, int *port_out);
-ORV_API int platform_sock_accept(int listening);
-ORV_API int platform_sock_accept_timeout(int listening, int seconds);
-ORV_API int platform_sock_connect(const char *host, int port);
-ORV_API int platform_sock_close(int sock);
-ORV_API int platform_sock_send_all(int sock, const void *bytes, int length);
-ORV_API int platform_sock_send_line(int sock, const char *text);
-ORV_API int platform_sock_send_message(int sock, const char *first, const char *second, ...);
+/**
+ * Receives once, as the system's recv() does.
+ *
+ * @param sock   a connected socket
+ * @param buffer receives up to `length` bytes
+ * @param length the buffer's size
+ * @return -3 when the length is 0 or less; else what recv() returned: the number of bytes, 0 at the
+ *         end of the stream, -1 with errno on failure
+ */
 ORV_API int platform_sock_recv(int sock, void *buffer, int length);
+
+/**
+ * Receives once, after having waited for something to receive if that is wanted.
+ *
+ * The wait is a sequence of slices of a tenth of a second without an overall limit. It ends when
+ * something is ready, and only then: close the connection from the other side, or have the idle
+ * callback shut it down, to end it early. Signals do not.
+ *
+ * @param sock   a connected socket
+ * @param buffer receives up to `length` bytes
+ * @param length the buffer's size
+ * @param wait   nonzero: waits; 0: only looks whether something is ready
+ * @param idle   called after each look, whatever it found, also when something is ready; or null.
+ *               What it does to errno does not matter.
+ * @return the number of bytes, more than 0; 0 when the length is 0 or less; -1 on failure and at
+ * the end of the stream (errno does not tell which); -2 when nothing was ready and `wait` is 0. A
+ * failed wait is reported as "select failed"; a failed receive is not reported.
+ */
 ORV_API int platform_sock_recv_wait(int sock, void *buffer, int length, int wait,
                                     platform_idle_callback idle);
+
+/** @} */
+
+/**
+ * @defgroup socket_buffer The message buffer
+ * @{
+ */
+
+/**
+ * A message buffer: pBuf <= p1 <= p2, and p2 - pBuf < len. The byte after the data is always spare.
+ *
+ * Programs may look at the fields, and fill the buffer themselves within these bounds. An idle
+ * callback that does so moves `p2` or resets the buffer: bytes that it changes in place, with all
+ * pointers left where they were, may already have been searched.
+ */
+typedef struct platform_msgbuf {
+  char *pBuf;  /**< the storage, from the system's allocator; null for none */
+  int32_t len; /**< its capacity in bytes; up to one byte less is filled */
+  char *p1;    /**< the first byte that has not been consumed */
+  char *p2;    /**< the end of the received bytes */
+} platform_msgbuf;
+
+/**
+ * The installed buffer, or null, as it is at first. Set it with platform_set_message_buffer().
+ */
+extern ORV_API platform_msgbuf *gMsgBuf;
+
+/**
+ * Creates an empty message buffer.
+ *
+ * @param capacity its size in bytes; a negative one makes a buffer of capacity 0, which takes no
+ *                 byte
+ * @return the buffer, which the caller frees with platform_msgbuf_free(); null, with errno, when
+ *         the system refuses the storage
+ */
 ORV_API platform_msgbuf *platform_msgbuf_create(int capacity);
+
+/** Empties a buffer; what it held is lost. Not null. */
 ORV_API void platform_msgbuf_reset(platform_msgbuf *buffer);
+
+/**
+ * Frees a buffer: its storage, when there is any, and the record; null is ignored.
+ *
+ * The installed buffer is uninstalled first, so a handler may free the buffer it was called from;
+ * the lines it was given are gone then.
+ */
 ORV_API void platform_msgbuf_free(platform_msgbuf *buffer);
+
+/**
+ * Installs a buffer, or none with null. The one before is not freed: it belongs to its creator.
+ */
 ORV_API void platform_set_message_buffer(platform_msgbuf *buffer);
+
+/** @} */
+
+/**
+ * @defgroup socket_dispatch Handing messages over
+ *
+ * A message of more than 2047 lines is not handed over. It is consumed whole, a warning
+ * (msg_warn()) names the limit, and the search goes on with what follows.
+ * @{
+ */
+
+/**
+ * What is called for each message.
+ *
+ * The lines are strings inside the installed buffer, valid until the handler returns or has one
+ * of these calls change the buffer; the table is valid until it returns. A zero byte that the peer
+ * sent ends its line early.
+ *
+ * The handler may send, install another buffer, reset or free the present one, and get further
+ * messages itself, which moves the bytes its own lines stand in.
+ *
+ * @param sock    the socket that the message was asked for on
+ * @param first   the first line, may be empty
+ * @param further the lines after it, ended by null
+ * @return 0 ends platform_message_loop()
+ */
+typedef int (*platform_message_handler)(int sock, char *first, char **further);
+
+/**
+ * Receives once, up to 8192 bytes, and appends them to the installed buffer.
+ *
+ * Blocks when nothing is there. Ends the process by an assertion when the bytes would reach the
+ * buffer's capacity.
+ *
+ * @return what the receive returned: the number of bytes appended, 0 at the end of the stream, -1
+ *         with errno on failure. Without a buffer nothing is received: -1 with ENOBUFS.
+ */
 ORV_API int platform_recv_messages(int sock);
+
+/**
+ * Hands every complete message of the installed buffer over, without receiving.
+ *
+ * Each call searches the buffer from its first byte. To receive one long message in many pieces
+ * use platform_get_one_message(), which looks at each byte once.
+ *
+ * @param sock    passed on to the handler
+ * @param handler called once a message; its results are ignored
+ */
 ORV_API void platform_dispatch_messages(int sock, platform_message_handler handler);
+
+/**
+ * Hands one message over: the next in the installed buffer, or else one that is received.
+ *
+ * A message that is in the buffer is used before anything is received. Ends the process by an
+ * assertion when received bytes would reach the buffer's capacity. Uses about 24 KB of stack.
+ *
+ * @param sock    a connected socket
+ * @param handler called with the message
+ * @param idle    called after each look for something to receive, as in platform_sock_recv_wait();
+ *                or null. It may use the buffer and install another.
+ * @param wait    nonzero: waits for a message; 0: takes only what is ready
+ * @return the handler's result; or 0 when no message could be completed: end of stream, failure,
+ *         nothing ready, no buffer. Have the handler return something else to tell them apart.
+ */
 ORV_API int platform_get_one_message(int sock, platform_message_handler handler,
                                      platform_idle_callback idle, int wait);
+
+/**
+ * Hands messages over until the handler returns 0, the peer closes or a receive fails.
+ *
+ * @param sock    a connected socket, which stays open
+ * @param handler called once a message
+ * @param idle    called after each look for something to receive; or null
+ * @param drain   nonzero: first discards what is waiting in the socket (not what is in the buffer),
+ *                for as long as something is, without regard to where a message begins
+ * @return 0. Without an installed buffer, after draining, the warning (msg_warn())
+ *         "platform_message_loop has no buffer set!!!\n".
+ */
 ORV_API int platform_message_loop(int sock, platform_message_handler handler,
                                   platform_idle_callback idle, int drain);
+
+/** @} */
+/** @} */
 
 /**
  * @defgroup orv_files Files and paths

@@ -1,0 +1,357 @@
+// The socket message loop against a plain model that searches a byte at a time: random bytes in
+// random pieces, handlers and idle callbacks that reset, replace and use the buffer in the middle.
+// After each step both must have handed over the same messages and hold the same bytes.
+#include "../tests/platform/socket/message_model.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <orv/msg.h>
+#include <orv/platform.h>
+#include <string>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr size_t kReceiveSize = 8192;
+constexpr size_t kMostWaiting = 60000; // what a socket pair surely holds
+
+// Takes the fuzzer's bytes apart; gives zeros once they are used up.
+struct Input {
+  const uint8_t *data;
+  size_t left;
+
+  unsigned byte() {
+    if (left == 0)
+      return 0;
+    left--;
+    return *data++;
+  }
+};
+
+// What happens between two steps, while a callback runs.
+enum class Action { nothing, feed, reset, replace, receive, dispatch };
+
+struct Step {
+  Action action;
+  std::string bytes;
+};
+
+std::string piece_of(Input &input) {
+  static constexpr char kKinds[] = {'\r', '\n', '\0', 'a'};
+  std::string bytes;
+  const unsigned kind = input.byte();
+  const unsigned length = input.byte();
+  for (unsigned i = 0; i < length % 48; i++) {
+    const unsigned chosen = input.byte();
+    bytes += chosen % 5 == 4 ? std::string("\r\n") : std::string(1, kKinds[chosen % 5]);
+  }
+  if (kind % 16 == 0) { // more lines than a table holds, or a line longer than a receive
+    std::string many;
+    for (unsigned i = 0; i < length * 10; i++)
+      many += bytes.substr(0, 20);
+    return many;
+  }
+  return bytes;
+}
+
+Step step_of(Input &input) {
+  Step step;
+  switch (input.byte() % 8) {
+  case 0:
+    step.action = Action::reset;
+    break;
+  case 1:
+    step.action = Action::replace;
+    break;
+  case 2:
+    step.action = Action::receive;
+    break;
+  case 3:
+    step.action = Action::dispatch;
+    break;
+  case 4:
+    step.action = Action::nothing;
+    break;
+  default:
+    step.action = Action::feed;
+    step.bytes = piece_of(input);
+  }
+  return step;
+}
+
+// The steps that callbacks take, in order; the model and the library take the same.
+struct Script {
+  std::vector<Step> steps;
+  size_t next;
+
+  const Step &take() {
+    static const Step nothing = {Action::nothing, ""};
+    return next < steps.size() ? steps[next++] : nothing;
+  }
+};
+
+// ---- the model ----
+
+struct Model {
+  std::vector<model::Buffer> buffers;
+  size_t installed = 0;
+  std::string waiting; // in the socket
+  std::vector<model::Lines> messages;
+  int dropped = 0;
+  bool overflow = false;
+  Script handler_script;
+  Script idle_script;
+
+  model::Buffer &buffer() { return buffers[installed]; }
+
+  void feed(const std::string &bytes) {
+    if (waiting.size() + bytes.size() <= kMostWaiting)
+      waiting += bytes;
+  }
+
+  std::string receive() {
+    const std::string bytes = waiting.substr(0, kReceiveSize);
+    waiting.erase(0, bytes.size());
+    return bytes;
+  }
+
+  void append(const std::string &bytes) {
+    if (buffer().fits(bytes.size()))
+      buffer().append(bytes);
+    else
+      overflow = true;
+  }
+
+  // A handler's own step; it neither receives nor dispatches.
+  void act_in_handler() {
+    const Step &step = handler_script.take();
+    if (step.action == Action::reset)
+      buffer().p1 = buffer().p2 = 0;
+    if (step.action == Action::replace)
+      installed = 1 - installed;
+    if (step.action == Action::feed)
+      feed(step.bytes);
+  }
+
+  bool hand_over_next() {
+    model::Lines lines;
+    if (!model::next_message(buffer(), lines, dropped))
+      return false;
+    messages.push_back(lines);
+    act_in_handler();
+    buffer().compact();
+    return true;
+  }
+
+  void recv_messages() {
+    if (!waiting.empty())
+      append(receive());
+  }
+
+  void dispatch() {
+    while (hand_over_next()) {
+    }
+  }
+
+  void act(const Step &step) {
+    switch (step.action) {
+    case Action::feed:
+      feed(step.bytes);
+      break;
+    case Action::reset:
+      buffer().p1 = buffer().p2 = 0;
+      break;
+    case Action::replace:
+      installed = 1 - installed;
+      break;
+    case Action::receive:
+      recv_messages();
+      break;
+    case Action::dispatch:
+      dispatch();
+      break;
+    case Action::nothing:
+      break;
+    }
+  }
+
+  // Without waiting, on a socket that does not block.
+  int get_one() {
+    while (!overflow) {
+      if (hand_over_next())
+        return 1;
+      const bool ready = !waiting.empty();
+      act(idle_script.take());
+      if (!ready || waiting.empty() || overflow)
+        return 0;
+      append(receive());
+    }
+    return 0;
+  }
+};
+
+// ---- the library ----
+
+struct Real {
+  int ends[2];
+  platform_msgbuf *buffers[2];
+  size_t installed;
+  std::vector<model::Lines> messages;
+  Script handler_script;
+  Script idle_script;
+};
+Real real;
+
+void check(bool holds, const char *what) {
+  if (!holds) {
+    fprintf(stderr, "the library and the model differ: %s\n", what);
+    abort();
+  }
+}
+
+size_t waiting_bytes() {
+  int count = 0;
+  ioctl(real.ends[0], FIONREAD, &count);
+  return static_cast<size_t>(count);
+}
+
+void feed(const std::string &bytes) {
+  if (bytes.empty() || waiting_bytes() + bytes.size() > kMostWaiting)
+    return;
+  check(write(real.ends[1], bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
+        "the socket pair is too small");
+}
+
+void replace() {
+  real.installed = 1 - real.installed;
+  platform_set_message_buffer(real.buffers[real.installed]);
+}
+
+int handle(int, char *first, char **further) {
+  model::Lines lines{first};
+  for (; *further != nullptr; further++)
+    lines.emplace_back(*further);
+  real.messages.push_back(lines);
+  const Step &step = real.handler_script.take();
+  if (step.action == Action::reset)
+    platform_msgbuf_reset(gMsgBuf);
+  if (step.action == Action::replace)
+    replace();
+  if (step.action == Action::feed)
+    feed(step.bytes);
+  return 1;
+}
+
+void act(const Step &step) {
+  switch (step.action) {
+  case Action::feed:
+    feed(step.bytes);
+    break;
+  case Action::reset:
+    platform_msgbuf_reset(gMsgBuf);
+    break;
+  case Action::replace:
+    replace();
+    break;
+  case Action::receive:
+    platform_recv_messages(real.ends[0]);
+    break;
+  case Action::dispatch:
+    platform_dispatch_messages(real.ends[0], handle);
+    break;
+  case Action::nothing:
+    break;
+  }
+}
+
+void idle() {
+  act(real.idle_script.take());
+}
+
+// ---- both ----
+
+void open_real(const Model &expected, char fill) {
+  check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, real.ends) == 0, "no socket pair");
+  for (size_t i = 0; i < 2; i++) {
+    const size_t capacity = expected.buffers[i].capacity;
+    real.buffers[i] = platform_msgbuf_create(static_cast<int>(capacity));
+    memset(real.buffers[i]->pBuf, fill, capacity);
+  }
+  real.installed = 0;
+  real.messages.clear();
+  platform_set_message_buffer(real.buffers[0]);
+}
+
+void close_real() {
+  platform_set_message_buffer(nullptr);
+  for (platform_msgbuf *buffer : real.buffers)
+    platform_msgbuf_free(buffer);
+  for (const int end : real.ends)
+    close(end);
+}
+
+void compare(const Model &expected) {
+  check(real.messages == expected.messages, "the messages");
+  check(real.installed == expected.installed, "the installed buffer");
+  check(waiting_bytes() == expected.waiting.size(), "the bytes in the socket");
+  for (size_t i = 0; i < 2; i++) {
+    const model::Buffer &buffer = expected.buffers[i];
+    const platform_msgbuf *held = real.buffers[i];
+    check(static_cast<size_t>(held->p1 - held->pBuf) == buffer.p1, "p1");
+    check(static_cast<size_t>(held->p2 - held->pBuf) == buffer.p2, "p2");
+    check(memcmp(held->pBuf, buffer.storage.data(), buffer.capacity) == 0, "the storage");
+  }
+}
+
+// Both get the same steps for the callbacks of the next call.
+void write_scripts(Input &input, Model &expected) {
+  Script handler = {.steps = {}, .next = 0};
+  Script idling = {.steps = {}, .next = 0};
+  for (unsigned i = input.byte() % 4; i > 0; i--)
+    handler.steps.push_back(step_of(input));
+  for (unsigned i = input.byte() % 6; i > 0; i--)
+    idling.steps.push_back(step_of(input));
+  expected.handler_script = real.handler_script = handler;
+  expected.idle_script = real.idle_script = idling;
+}
+
+// False when the step would end the process by the buffer's assertion.
+bool take_step(Input &input, Model &expected) {
+  write_scripts(input, expected);
+  if (input.byte() % 2 == 0) {
+    const Step step = step_of(input);
+    expected.act(step);
+    if (expected.overflow)
+      return false;
+    act(step);
+    return true;
+  }
+  const int result = expected.get_one();
+  if (expected.overflow)
+    return false;
+  check(platform_get_one_message(real.ends[0], handle, idle, 0) == result, "the result");
+  return true;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  msg_clear_streams(MSG_WARN); // of messages with too many lines
+  Input input = {.data = data, .left = size};
+  const char fill = "\r\n?"[input.byte() % 3];
+  Model expected;
+  for (int i = 0; i < 2; i++) {
+    const size_t capacity = input.byte() % 8 == 0 ? 60000 : 1 + input.byte();
+    expected.buffers.emplace_back(capacity, fill);
+  }
+  open_real(expected, fill);
+  while (input.left > 0 && take_step(input, expected))
+    compare(expected);
+  close_real();
+  return 0;
+}
