@@ -259,6 +259,7 @@ TEST_F(Continuation, passes_over_a_dropped_solo_message_in_an_open_line) {
 TEST_F(Continuation, before_any_message_is_a_fatal_error) {
   const auto outcome = run_in_child([] {
     msg_add_stream(MSG_ERROR, stderr);
+    msg_set_solo_output(0); // the error is a shared one
     msg_cont("text");
   });
   EXPECT_EQ(outcome.err, "Error: MSG_CONT called before any other message function.\n");

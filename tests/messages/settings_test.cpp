@@ -103,6 +103,7 @@ TEST_F(WidthLimit, can_be_set_after_the_environment_was_read) {
 TEST_F(WidthLimit, below_0_is_a_fatal_error) {
   const auto outcome = run_in_child([] {
     msg_add_stream(MSG_ERROR, stderr);
+    msg_set_solo_output(0); // the error is a shared one
     msg_set_width_limit(-1);
   });
   EXPECT_EQ(outcome.err, "Error: msg_set_width_limit: Width cannot be less than 0!\n");

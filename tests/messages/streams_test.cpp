@@ -134,7 +134,10 @@ TEST_F(Types, have_records_with_their_fields_in_this_order) {
 class UnknownType : public support::ResourceTest, public testing::WithParamInterface<int> {};
 
 TEST_P(UnknownType, has_no_name) {
-  const auto outcome = run_in_child([] { msg_type_name(GetParam()); });
+  const auto outcome = run_in_child([] {
+    msg_set_solo_output(0); // the error is a shared one
+    msg_type_name(GetParam());
+  });
   EXPECT_EQ(outcome.err,
             "Error: Internal error: Unknown message type: " + std::to_string(GetParam()) + "\n");
   EXPECT_EQ(outcome.out, "");
@@ -144,6 +147,7 @@ TEST_P(UnknownType, has_no_name) {
 TEST_P(UnknownType, has_no_streams) {
   const auto outcome = run_in_child([] {
     msg_set_width_limit(0);
+    msg_set_solo_output(0); // the error is a shared one
     _msg_get_stream_desc(GetParam());
   });
   EXPECT_EQ(outcome.err, "Error: Internal error (_msg_get_stream_desc): Unknown message type: " +
