@@ -6,54 +6,42 @@
 namespace orv {
 namespace {
 
-constexpr ptrdiff_t kLineEndSize = 2;
-constexpr ptrdiff_t kMessageEndSize = 2 * kLineEndSize;
-
-// The next CR LF; or the place from which it has to be looked for when more bytes have come: a CR
-// that is the last byte, else the end.
-char *find_line_end(char *from, char *end) {
-  while (from < end) {
-    char *const cr = static_cast<char *>(memchr(from, '\r', static_cast<size_t>(end - from)));
-    if (cr == nullptr)
-      break;
-    if (end - cr < kLineEndSize || cr[1] == '\n')
-      return cr;
-    from = cr + 1;
-  }
-  return end;
+// The next carriage return, or the end.
+char *find_carriage_return(char *from, char *end) {
+  if (from == end)
+    return end;
+  void *const found = memchr(from, '\r', static_cast<size_t>(end - from));
+  return found != nullptr ? static_cast<char *>(found) : end;
 }
 
 bool is_line_end(const char *bytes) {
-  return bytes[0] == '\r' && bytes[1] == '\n';
+  return memcmp(bytes, "\r\n", kLineEndSize) == 0;
 }
 
 void begin_line(MessageSearch &search, char *start) {
   if (search.line_count < kMostLines)
     search.line_starts[search.line_count] = start;
   search.line_count++;
-  search.position = start;
 }
 
 } // namespace
 
-void begin_search(MessageSearch &search, char *start) {
-  search.line_count = 0;
-  begin_line(search, start);
-}
-
 bool find_message_end(MessageSearch &search, char *end) {
+  char *from = search.position;
   for (;;) {
-    search.position = find_line_end(search.position, end);
-    if (end - search.position < kMessageEndSize)
+    char *const cr = find_carriage_return(from, end);
+    search.position = cr;
+    if (end - cr < kMessageEndSize)
       return false;
-    if (is_line_end(search.position + kLineEndSize))
+    if (cr[1] != '\n') {
+      from = cr + 1;
+    } else if (is_line_end(cr + kLineEndSize)) {
       return true;
-    begin_line(search, search.position + kLineEndSize);
+    } else {
+      from = cr + kLineEndSize;
+      begin_line(search, from);
+    }
   }
-}
-
-char *after_message(const MessageSearch &search) {
-  return search.position + kMessageEndSize;
 }
 
 void cut_lines(MessageSearch &search) {

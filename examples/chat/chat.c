@@ -67,20 +67,22 @@ static int send_all_that_was_said(int sock) {
 }
 
 static int greet(int sock, const char *name) {
-  char greeting[line_size];
-  snprintf(greeting, sizeof greeting, "Good day, %s.", name);
+  char *greeting = orv_printf_strdup("Good day, %s.", name);
   msg_print("%s has joined.", name);
-  return platform_sock_send_message(sock, "welcome", greeting, NULL);
+  const int sent = platform_sock_send_message(sock, "welcome", greeting, (char *)NULL);
+  orv_free(greeting);
+  return sent;
 }
 
 static int note(int sock, char **texts) {
-  char answer[line_size];
   for (; *texts != NULL; texts++) {
     msg_print("< %s", *texts);
     remember(*texts);
   }
-  snprintf(answer, sizeof answer, "%d so far", said.count);
-  return platform_sock_send_message(sock, "noted", answer, NULL);
+  char *answer = orv_printf_strdup("%d so far", said.count);
+  const int sent = platform_sock_send_message(sock, "noted", answer, (char *)NULL);
+  orv_free(answer);
+  return sent;
 }
 
 /* The result goes back to the message loop: an answer that could not be sent ends it. */
@@ -132,13 +134,13 @@ static int wait_for_answer(int sock) {
 static int send_input_line(int sock, const char *line) {
   if (strcmp(line, "recall") == 0)
     return platform_sock_send_message(sock, "recall", NULL);
-  return platform_sock_send_message(sock, "say", line, NULL);
+  return platform_sock_send_message(sock, "say", line, (char *)NULL);
 }
 
 /* Answers every line of the input; 0 when the server left before the input ended. */
 static int converse(int sock, const char *name) {
   char line[line_size];
-  if (!platform_sock_send_message(sock, "hello", name, NULL) || !wait_for_answer(sock))
+  if (!platform_sock_send_message(sock, "hello", name, (char *)NULL) || !wait_for_answer(sock))
     return 0;
   while (fgets(line, sizeof line, stdin) != NULL) {
     line[strcspn(line, "\r\n")] = '\0';
