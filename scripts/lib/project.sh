@@ -13,7 +13,7 @@ readonly project jobs
   build_needs=("cmake=cmake" "ninja-build=ninja" "gcc=gcc" "g++=g++"
     "libc6-dev=/usr/include/stdio.h" "libstdc++-12-dev=/usr/include/c++")
   test_needs=("${build_needs[@]}" "libgtest-dev=/usr/include/gtest/gtest.h"
-    "libgmock-dev=/usr/include/gmock/gmock.h" "pkg-config=pkg-config" "binutils=nm")
+    "libgmock-dev=/usr/include/gmock/gmock.h" "pkg-config=pkg-config" "binutils=nm" "gdb=gdb")
   check_needs=("${test_needs[@]}" "clang=clang" "clang-format=clang-format"
     "clang-tidy=clang-tidy" "cppcheck=cppcheck" "valgrind=valgrind"
     "libc6-dbg=/usr/lib/debug/.build-id" "shellcheck=shellcheck" "pmccabe=pmccabe"
