@@ -16,22 +16,34 @@ bool is_continuation(unsigned char byte) {
   return (byte & 0xC0) == 0x80;
 }
 
-// The length of the UTF-8 sequence of more than one byte at the start of the text; 0 when it is
-// cut, overlong, a surrogate, out of range, or a control character.
+// A UTF-8 sequence by its first two bytes; those that follow are any continuation bytes.
+struct Sequence {
+  unsigned char first_from, first_to;
+  unsigned char second_from, second_to;
+  int length;
+};
+
+// The sequences of more than one byte, without overlong ones, surrogates, characters out of range
+// and the control characters below U+00A0.
+constexpr Sequence kSequences[] = {
+    {0xC2, 0xC2, 0xA0, 0xBF, 2}, {0xC3, 0xDF, 0x80, 0xBF, 2}, {0xE0, 0xE0, 0xA0, 0xBF, 3},
+    {0xE1, 0xEC, 0x80, 0xBF, 3}, {0xED, 0xED, 0x80, 0x9F, 3}, {0xEE, 0xEF, 0x80, 0xBF, 3},
+    {0xF0, 0xF0, 0x90, 0xBF, 4}, {0xF1, 0xF3, 0x80, 0xBF, 4}, {0xF4, 0xF4, 0x80, 0x8F, 4},
+};
+
+// The length of the sequence at the start of the text, 0 when there is none, or only a part of it.
 int sequence_length(const unsigned char *text) {
-  const unsigned first = text[0];
-  const unsigned second = first == 0 ? 0 : text[1];
-  if (first < 0xC2 || first > 0xF4 || !is_continuation(static_cast<unsigned char>(second)))
-    return 0;
-  if (first < 0xE0)
-    return first == 0xC2 && second < 0xA0 ? 0 : 2;
-  if (!is_continuation(text[2]))
-    return 0;
-  if (first < 0xF0)
-    return (first == 0xE0 && second < 0xA0) || (first == 0xED && second >= 0xA0) ? 0 : 3;
-  if (!is_continuation(text[3]))
-    return 0;
-  return (first == 0xF0 && second < 0x90) || (first == 0xF4 && second >= 0x90) ? 0 : 4;
+  for (const Sequence &sequence : kSequences) {
+    if (text[0] < sequence.first_from || text[0] > sequence.first_to)
+      continue;
+    if (text[1] < sequence.second_from || text[1] > sequence.second_to)
+      return 0;
+    for (int i = 2; i < sequence.length; i++)
+      if (!is_continuation(text[i]))
+        return 0;
+    return sequence.length;
+  }
+  return 0;
 }
 
 char *append_hex(char *end, unsigned char byte) {

@@ -24,7 +24,8 @@ using Environment = std::initializer_list<std::pair<const char *, const char *>>
 Outcome run_in_child(const std::function<void()> &body, Environment environment = {},
                      const std::string &input = "");
 
-// True under valgrind, which does not survive an exec that the system refuses for its arguments.
+// True under valgrind, which does not pass every request on to the system as it is: a limit on
+// descriptors, say, or an exec with more arguments than the system takes.
 bool under_valgrind();
 
 } // namespace support
