@@ -154,9 +154,9 @@ TEST_F(Calls, requested_bytes_count_refused_requests) {
 
 TEST_F(Calls, requested_bytes_wrap_silently_at_32_bits) {
   support::refuse("malloc", ENOMEM);
-  EXPECT_EQ(orv_malloc_if_room(hidden(0xFFFFFFFF)), nullptr);
+  EXPECT_EQ(orv_malloc_if_room(hidden(size_t{0xFFFFFFFF})), nullptr);
   EXPECT_EQ(orv_malloc_bytes_requested(), 0xFFFFFFFFU);
-  EXPECT_EQ(orv_malloc_if_room(hidden(0x500000003)), nullptr);
+  EXPECT_EQ(orv_malloc_if_room(hidden(size_t{0x500000003})), nullptr);
   EXPECT_EQ(orv_malloc_bytes_requested(), 2U);
 }
 
