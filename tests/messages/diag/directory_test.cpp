@@ -212,6 +212,14 @@ TEST_F(ProcessLog, goes_to_the_default_directory_for_null_and_for_nothing) {
   }
 }
 
+TEST_F(ProcessLog, goes_to_tmp_without_a_directory_and_without_any_variable) {
+  support::refuse("fopen", EACCES);
+  EXPECT_STREQ(diag_set_dir(nullptr), "/tmp");
+  EXPECT_EQ(support::last_path_opened(), "/tmp/" + name_for("builder"));
+  setenv("ORV_TMPDIR", "/another", 1);
+  EXPECT_STREQ(diag_get_dir(), "/tmp") << "the default was stored";
+}
+
 TEST_F(ProcessLog, is_not_opened_in_a_default_directory_of_nothing) {
   setenv("ORV_DIAG_DIR", "", 1);
   setenv("ORV_TMPDIR", folder.c_str(), 1);

@@ -126,6 +126,13 @@ TEST_F(StampedLog, is_named_after_the_time_and_the_suffix) {
   EXPECT_EQ(contents_of(path("orv260215090405survey.log")), "started\n");
 }
 
+TEST_F(StampedLog, goes_to_the_directory_asked_for_rather_than_to_the_fallback) {
+  for (const char *name : {"ORV_DIAG_DIR", "ORV_TMPDIR", "TMP", "TEMP"})
+    setenv(name, "/other", 1);
+  ask_for(folder);
+  EXPECT_EQ(path_asked_for("x"), path("orv260215090405x.log"));
+}
+
 TEST_F(StampedLog, needs_no_suffix) {
   ask_for(folder);
   diag_open_stamped_log(nullptr);

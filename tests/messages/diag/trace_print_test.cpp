@@ -186,6 +186,25 @@ TEST_F(TracePrint, forces_each_stream_to_disk_with_the_sync_flag) {
   _msg_get_stream_desc(MSG_DIAG)->sync = 0;
 }
 
+TEST_F(TracePrint, flushes_a_stream_before_it_is_forced_to_disk) {
+  static long synced_at_write;
+  FILE *stream = fopencookie(nullptr, "w",
+                             {nullptr,
+                              [](void *, const char *, size_t length) {
+                                synced_at_write = support::calls("fsync");
+                                return static_cast<ssize_t>(length);
+                              },
+                              nullptr, nullptr});
+  msg_add_stream(MSG_DIAG, stream);
+  msg_set_sync(MSG_DIAG, 1);
+  const long synced = support::calls("fsync");
+  synced_at_write = -1;
+  diag_printf("on disk\n");
+  EXPECT_EQ(synced_at_write, synced);
+  EXPECT_EQ(support::calls("fsync"), synced + 1);
+  _msg_get_stream_desc(MSG_DIAG)->sync = 0;
+}
+
 TEST_F(TracePrint, ignores_failed_writes_and_keeps_the_stream) {
   std::vector<std::string> writes;
   Recorder broken{"broken", &writes, true};

@@ -70,6 +70,7 @@ TEST_F(StartUp, cuts_at_the_first_of_two_markers) {
 TEST_F(StartUp, joins_the_words_after_the_marker_with_single_blanks) {
   const Outcome outcome = start({"prog", "__ORV_DEBUG__", "prompt", "two words", "", "end"});
   EXPECT_EQ(outcome.err, "two words end \n");
+  EXPECT_EQ(outcome.out, "<prog> sleeps 0 of 0\nORV_DEBUG unset\n");
 }
 
 TEST_F(StartUp, leaves_the_variable_alone_when_the_command_line_has_a_request) {
@@ -110,6 +111,33 @@ TEST_F(StartUp, hands_over_the_arguments_before_the_marker) {
   const Outcome outcome = start({"/opt/prog", "a", "b", "__ORV_DEBUG__", "using", "echo",
                                  "\"$ORV_EXE,$ORV_EXE_PARMS\"", ";", "echo", "end"});
   EXPECT_EQ(outcome.out, "/opt/prog,a b\nend\n");
+}
+
+TEST_F(StartUp, becomes_the_program_that_is_named_after_the_marker) {
+  const Outcome outcome = start({"prog", "a", "__ORV_DEBUG__", "exec", "/bin/echo", "x  y", "z"});
+  EXPECT_EQ(outcome.out, "x y z\n");
+  EXPECT_EQ(outcome.exit_status, 0);
+}
+
+TEST_F(StartUp, ends_with_status_1_for_a_request_after_the_marker_that_fails) {
+  const Outcome unknown = start({"prog", "__ORV_DEBUG__", "start", "x"});
+  EXPECT_EQ(unknown.err, "\"__ORV_DEBUG__ start\" not a recognized debug op.\n");
+  EXPECT_EQ(unknown.exit_status, 1);
+  EXPECT_EQ(unknown.out, "");
+  const Outcome missing = start({"prog", "__ORV_DEBUG__", "exec", "/no/such"});
+  EXPECT_EQ(missing.err, "\"__ORV_DEBUG__ exec\" w/execv() call failed.\n");
+  EXPECT_EQ(missing.exit_status, 1);
+  EXPECT_EQ(missing.out, "");
+}
+
+TEST_F(StartUp, starts_the_shell_for_a_variable_of_blanks_only) {
+  const Outcome outcome = launch([] {
+    setenv("SHELL", "echo \"[$ORV_EXE][$ORV_EXE_PARMS][$ORV_DEBUG]\"", 1);
+    setenv("ORV_DEBUG", " \t", 1);
+    CommandLine line{"prog", "a"};
+    platform_debug_args(&line.count, line.argv(), nullptr);
+  });
+  EXPECT_EQ(outcome.out, "[prog][a][]\n");
 }
 
 TEST_F(StartUp, starts_the_shell_when_nothing_follows_the_marker) {
