@@ -45,6 +45,16 @@ TEST_F(StartUp, cuts_the_command_line_at_the_marker_and_does_not_log) {
   EXPECT_EQ(outcome.exit_status, 0);
 }
 
+TEST_F(StartUp, cuts_the_command_line_before_the_request_is_carried_out) {
+  const Outcome outcome = launch([] {
+    static CommandLine line{"prog", "a", "__ORV_DEBUG__", "delay", "2"};
+    support::refuse_nothing();
+    support::replace_sleep([] { show(line); });
+    platform_debug_args(&line.count, line.argv(), nullptr);
+  });
+  EXPECT_THAT(outcome.out, testing::StartsWith("<prog><a> sleeps"));
+}
+
 TEST_F(StartUp, knows_the_marker_in_any_letter_case) {
   const Outcome outcome = start({"prog", "__orv_Debug__", "delay", "7"});
   EXPECT_EQ(outcome.out, "<prog> sleeps 1 of 7\nORV_DEBUG unset\n");
