@@ -35,9 +35,9 @@ void take_standard_descriptors(const int *std_fds) {
 }
 
 // The vector has kListEntries entries; the null that ends the list takes one of them.
-void gather_list(char **vector, const char *arg0, va_list rest) {
+void gather_list(char **vector, const char *arg0, va_list *rest) {
   int idx = 0;
-  for (auto *arg = const_cast<char *>(arg0); arg != nullptr; arg = va_arg(rest, char *)) {
+  for (auto *arg = const_cast<char *>(arg0); arg != nullptr; arg = va_arg(*rest, char *)) {
     vector[idx++] = arg;
     assert(idx < 8192);
   }
@@ -72,7 +72,7 @@ int platform_spawn_list_quiet(const char *program, const char *arg0, ...) {
   char *argv[kListEntries];
   va_list rest;
   va_start(rest, arg0);
-  gather_list(argv, arg0, rest);
+  gather_list(argv, arg0, &rest);
   va_end(rest);
   const int fd = platform_null_fd_acquire();
   const int std_fds[kStandardDescriptors] = {fd, fd, fd};
@@ -86,7 +86,7 @@ int platform_spawn_list(const char *program, const char *arg0, ...) {
   char *argv[kListEntries];
   va_list rest;
   va_start(rest, arg0);
-  gather_list(argv, arg0, rest);
+  gather_list(argv, arg0, &rest);
   va_end(rest);
   return platform_spawn(program, argv);
 }
