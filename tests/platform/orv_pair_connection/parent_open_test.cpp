@@ -203,8 +203,9 @@ TEST_F(ParentOpen, tells_of_a_missing_program_through_the_connection) {
 TEST_F(ParentOpen, writes_buffered_output_once_when_the_program_is_missing) {
   const auto outcome = run_in_child([] {
     printf("once");
+    const int std_fds[] = {0, 1, 2};
     char *argv[] = {const_cast<char *>("missing"), nullptr};
-    finish(platform_pair_parent_open_vp(kName, 0, 1, kMissing, nullptr, argv));
+    finish(platform_pair_parent_open_vp(kName, 0, 1, kMissing, std_fds, argv));
   });
   EXPECT_EQ(outcome.out, "once");
 }

@@ -61,6 +61,15 @@ TEST_F(Spawn, keeps_the_childs_own_descriptor_for_a_negative_entry) {
   EXPECT_EQ(outcome.out, "typed in\nto error\n");
 }
 
+TEST_F(Spawn, takes_descriptor_0_like_any_other) {
+  const auto outcome = run_in_child([] {
+    const int input_for_all[] = {0, 0, 0};
+    exit(run_shell("test /proc/$$/fd/0 -ef /proc/$$/fd/1 && test /proc/$$/fd/0 -ef /proc/$$/fd/2",
+                   input_for_all));
+  });
+  EXPECT_EQ(outcome.exit_status, 0);
+}
+
 TEST_F(Spawn, leaves_the_given_descriptors_open_in_the_child) {
   Sockets sockets;
   const int std_fds[] = {-1, sockets.fd[1], -1};
