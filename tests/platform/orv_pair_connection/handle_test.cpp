@@ -475,6 +475,7 @@ TEST_F(KillChild, does_nothing_on_the_companions_side) {
   handle.kind = 12;
   handle.companion_pid = getppid();
   handle.self = &handle;
+  refuse("kill", EPERM); // should it be called, it must not end our own parent
   const long kills = calls("kill");
   EXPECT_EQ(platform_pair_kill_child(&handle), 0);
   EXPECT_EQ(calls("kill"), kills);
