@@ -116,23 +116,27 @@ void *start_of_user_bytes(void *system_block) {
   return static_cast<char *>(system_block) + sizeof(BlockHeader);
 }
 
-[[gnu::noinline]] void *obtain_in_debug_mode(size_t n, const char *method, auto third,
-                                             const char *fourth) {
-  const alloc_site site = site_of(method, third, fourth);
-  check_heap_before_allocation(site);
+[[gnu::cold, gnu::noinline]] void check_heap_before_allocation(const char *method, auto third,
+                                                               const char *fourth) {
+  end_unless_heap_is_sound(site_of(method, third, fourth));
+}
+
+ALWAYS_INLINE void *obtain_tracked(size_t n, const char *method, auto third, const char *fourth) {
+  if (state.mode == ORV_MALLOC_VERIFY_HEAP) [[unlikely]]
+    check_heap_before_allocation(method, third, fourth);
   count_request(padded_size(n));
   void *system_block = malloc(request_size(n));
   if (system_block == nullptr)
     return nullptr;
   void *block = start_of_user_bytes(system_block);
-  record_debug_info(block, n, site);
+  record_debug_info(block, n, site_of(method, third, fourth));
   return memset(block, kFillByte, n);
 }
 
 // Kept: a resize that is refused has given back the old block's record already, so the block,
 // which stays with the caller, can no longer be released through the library.
-[[gnu::noinline]] void *resize_in_debug_mode(void *block, size_t n, const char *method, auto third,
-                                             const char *fourth) {
+ALWAYS_INLINE void *resize_tracked(void *block, size_t n, const char *method, auto third,
+                                   const char *fourth) {
   const alloc_site site = site_of(method, third, fourth);
   free_debug_info(block, site);
   count_request(padded_size(n));
@@ -145,19 +149,52 @@ void *start_of_user_bytes(void *system_block) {
   return resized;
 }
 
-[[gnu::noinline]] void release_in_debug_mode(void *block) {
-  free_debug_info(block, site_of("orv_free", kNoText, kNoText));
-  memset(block, kFillByte, recorded_length(block));
+void release_tracked(void *block) {
+  static constexpr alloc_site kSite = site_of("orv_free", kNoText, kNoText);
+  const uint64_t length = free_debug_info(block, kSite);
+  memset(block, kFillByte, length);
   free(system_address(block));
+}
+
+void *obtain_plain(size_t n) {
+  count_request(n);
+  return malloc(n);
+}
+
+void *resize_plain(void *block, size_t n) {
+  count_request(n);
+  return realloc(block, n);
+}
+
+// The first allocation of a process without debugging settles that it stays so.
+bool is_debugging() {
+  if (state.stage == Stage::untouched)
+    state.stage = Stage::plain;
+  return state.stage == Stage::debugging;
+}
+
+[[gnu::noinline]] void *obtain_off_fast_path(size_t n, const char *method, auto third,
+                                             const char *fourth) {
+  return is_debugging() ? obtain_tracked(n, method, third, fourth) : obtain_plain(n);
+}
+
+[[gnu::noinline]] void *resize_off_fast_path(void *block, size_t n, const char *method, auto third,
+                                             const char *fourth) {
+  return is_debugging() ? resize_tracked(block, n, method, third, fourth) : resize_plain(block, n);
+}
+
+[[gnu::noinline]] void release_off_fast_path(void *block) {
+  if (state.stage == Stage::debugging)
+    release_tracked(block);
+  else
+    free(block);
 }
 
 // The common steps up to the system's answer: null when it refused.
 ALWAYS_INLINE void *obtain(size_t n, const char *method, auto third, const char *fourth) {
-  state.allocation_used = 1;
-  if (state.mode != 0) [[unlikely]]
-    return obtain_in_debug_mode(n, method, third, fourth);
-  count_request(n);
-  return malloc(n);
+  if (state.stage != Stage::plain) [[unlikely]]
+    return obtain_off_fast_path(n, method, third, fourth);
+  return obtain_plain(n);
 }
 
 template <Refusal refusal = Refusal::reported>
@@ -225,15 +262,10 @@ ALWAYS_INLINE void *resize(void *block, size_t size, const char *method, auto th
   }
   if (block == nullptr)
     return allocate<refusal>(size, method, third, fourth);
-  state.allocation_used = 1;
   test_pointer(block, method);
-  void *resized;
-  if (state.mode != 0) [[unlikely]] {
-    resized = resize_in_debug_mode(block, size, method, third, fourth);
-  } else {
-    count_request(size);
-    resized = realloc(block, size);
-  }
+  void *resized = state.stage == Stage::plain
+                      ? resize_plain(block, size)
+                      : resize_off_fast_path(block, size, method, third, fourth);
   if (resized == nullptr) [[unlikely]]
     return refused<refusal>(size, method, third, fourth);
   return resized;
@@ -302,8 +334,8 @@ void orv_free(void *block) {
   if (block == nullptr)
     return;
   test_pointer(block, "orv_free");
-  if (state.mode != 0) [[unlikely]]
-    return release_in_debug_mode(block);
+  if (state.stage != Stage::plain) [[unlikely]]
+    return release_off_fast_path(block);
   free(block);
 }
 

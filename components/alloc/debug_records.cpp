@@ -1,5 +1,4 @@
-// The table of records: one for each block of debug mode, taken from a free list that runs through
-// the table itself.
+// The growth of the table of records, whose free list runs through the table itself.
 #include "alloc/debug_records.h"
 #include "common/assertion.h"
 
@@ -17,9 +16,11 @@ void chain_new_records(uint64_t first) {
   state.free_head = static_cast<int32_t>(first);
 }
 
+} // namespace
+
 // The table is the library's own: its storage is neither counted nor recorded, and there is no
 // caller to whom a refusal could be reported.
-[[gnu::cold, gnu::noinline]] void grow_table() {
+[[gnu::cold]] void grow_table() {
   const uint64_t old_capacity = state.capacity;
   const uint64_t capacity = old_capacity + kRecordsPerGrowth;
   assert(capacity <= INT32_MAX);
@@ -31,37 +32,6 @@ void chain_new_records(uint64_t first) {
   state.records = records;
   state.capacity = capacity;
   chain_new_records(old_capacity);
-}
-
-void set_trailer(void *pointer, uint64_t length) {
-  memcpy(static_cast<char *>(pointer) + trailer_offset(length), &kTrailerMagic,
-         sizeof kTrailerMagic);
-}
-
-} // namespace
-
-void record_debug_info(void *pointer, size_t length, const alloc_site &site) {
-  if (state.free_head == kEndOfFreeList) [[unlikely]]
-    grow_table();
-  const int32_t index = state.free_head;
-  debug_info &record = state.records[index];
-  state.free_head = record.status;
-  record = {.ptr = pointer,
-            .length = length,
-            .method = site.method,
-            .third = site.third,
-            .fourth = site.fourth,
-            .status = site.kind == SiteKind::located ? kLiveLocated : kLiveNamed,
-            .kind = site.kind};
-  state.live_bytes += static_cast<uint32_t>(length);
-  set_trailer(pointer, length);
-  set_header(pointer, {index, kAllocatedMagic});
-}
-
-void release_record(void *pointer, int32_t index) {
-  state.records[index].status = state.free_head;
-  state.free_head = index;
-  set_header(pointer, {index, kFreedMagic});
 }
 
 } // namespace orv::alloc

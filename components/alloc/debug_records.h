@@ -81,36 +81,56 @@ inline void set_header(void *pointer, BlockHeader header) {
   return trailer == kTrailerMagic;
 }
 
+inline void set_trailer(void *pointer, uint64_t length) {
+  memcpy(static_cast<char *>(pointer) + trailer_offset(length), &kTrailerMagic,
+         sizeof kTrailerMagic);
+}
+
 [[nodiscard]] inline bool is_live(const debug_info &record) {
   return record.status == kLiveNamed || record.status == kLiveLocated;
 }
 
+// A negative index, taken as unsigned, lies beyond any capacity.
 [[nodiscard]] inline bool names_a_record(int32_t index) {
-  return index >= 0 && static_cast<uint64_t>(index) < state.capacity;
+  return static_cast<uint32_t>(index) < state.capacity;
 }
 
-// The full check: a live block whose header, record and trailer agree. Each part is trusted only
-// after the one before it; in particular an index that equals the capacity names no record.
-[[nodiscard]] inline bool is_sound(const void *pointer) {
+// The full check: the record of a live block whose header, record and trailer agree, else null.
+// Each part is trusted only after the one before it; in particular an index that equals the
+// capacity names no record.
+[[nodiscard]] inline debug_info *find_sound_record(const void *pointer) {
   if (!is_aligned(pointer))
-    return false;
+    return nullptr;
   const BlockHeader header = header_of(pointer);
   if (header.word != kAllocatedMagic || !names_a_record(header.index))
-    return false;
-  const debug_info &record = state.records[header.index];
-  return record.ptr == pointer && is_live(record) && has_trailer(pointer, record.length);
+    return nullptr;
+  debug_info &record = state.records[header.index];
+  const bool sound =
+      record.ptr == pointer && is_live(record) && has_trailer(pointer, record.length);
+  return sound ? &record : nullptr;
 }
+
+// Makes the table larger by kRecordsPerGrowth records, which become the free list.
+void grow_table();
 
 // Takes a record for a block that the system has granted, and writes the block's header and
 // trailer.
-void record_debug_info(void *pointer, size_t length, const alloc_site &site);
-
-// The length in the record of a block that has passed the full check.
-[[nodiscard]] inline uint64_t recorded_length(const void *pointer) {
-  return state.records[header_of(pointer).index].length;
+inline void record_debug_info(void *pointer, size_t length, const alloc_site &site) {
+  if (state.free_head == kEndOfFreeList) [[unlikely]]
+    grow_table();
+  const int32_t index = state.free_head;
+  debug_info &record = state.records[index];
+  state.free_head = record.status;
+  record = {.ptr = pointer,
+            .length = length,
+            .method = site.method,
+            .third = site.third,
+            .fourth = site.fourth,
+            .status = site.kind == SiteKind::located ? kLiveLocated : kLiveNamed,
+            .kind = site.kind};
+  state.live_bytes += static_cast<uint32_t>(length);
+  set_trailer(pointer, length);
+  set_header(pointer, {index, kAllocatedMagic});
 }
-
-// Puts a record on the free list, to be used next, and marks its block as released.
-void release_record(void *pointer, int32_t index);
 
 } // namespace orv::alloc

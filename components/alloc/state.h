@@ -13,9 +13,16 @@ struct debug_info;
 constexpr int32_t kEndOfFreeList = -3;
 constexpr size_t kTextAreaSize = 4096;
 
+// Where the process stands; one test of it sets the fast paths apart from all else.
+enum class Stage : int32_t {
+  untouched = 0, // no allocation call has got past its trivial arguments, debugging is off
+  plain = 1,     // one has, and debugging is off for good
+  debugging = 2, // debugging was switched on in time
+};
+
 struct State {
-  int32_t mode = 0;              // 0: debugging is off; else ORV_MALLOC_CHECK_PTR or _VERIFY_HEAP
-  int32_t allocation_used = 0;   // 1 once an allocation call got past its trivial arguments
+  Stage stage = Stage::untouched;
+  int32_t mode = 0;              // in stage debugging ORV_MALLOC_CHECK_PTR or _VERIFY_HEAP, else 0
   uint32_t bytes_requested = 0;  // asked of the system so far, refused or not; wraps
   uint32_t live_bytes = 0;       // lengths of the live records; wraps
   debug_info *records = nullptr; // the record table, obtained directly from the system
