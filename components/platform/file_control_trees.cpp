@@ -48,6 +48,8 @@ constexpr Tool kMv = {.fixed_paths = {"/bin/mv", "/usr/bin/mv"}, .bare_name = "m
   return strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
 }
 
+[[nodiscard]] bool remove_directory(const char *path);
+
 // Removes one entry of a tree. One status answers all that is asked: whether there is a file, and
 // whether it is a directory.
 [[nodiscard]] bool remove_entry(const char *path) {
@@ -58,7 +60,7 @@ constexpr Tool kMv = {.fixed_paths = {"/bin/mv", "/usr/bin/mv"}, .bare_name = "m
   // Kept: a link to a directory is a directory here: what it leads to is emptied, and removing the
   // link itself as a directory fails.
   if (S_ISDIR(status.st_mode))
-    return platform_remove_tree(path) == 1;
+    return platform_is_writable(path) == 1 && remove_directory(path);
   return remove(path) == 0;
 }
 
@@ -70,11 +72,9 @@ constexpr Tool kMv = {.fixed_paths = {"/bin/mv", "/usr/bin/mv"}, .bare_name = "m
   return true;
 }
 
-} // namespace
-
-int platform_remove_tree(const char *path) {
-  if (platform_is_writable_dir(path) == 0)
-    return 0;
+// Removes a writable directory with everything below it. Where neither listing finds anything, it
+// counts as empty.
+bool remove_directory(const char *path) {
   platform_file_list_t visible = {};
   platform_file_list_t hidden = {};
   platform_list_dir(path, "*", &visible);
@@ -83,7 +83,13 @@ int platform_remove_tree(const char *path) {
   const orv::ErrnoGuard keep;
   platform_free_dir_list(&visible);
   platform_free_dir_list(&hidden);
-  return removed ? 1 : 0;
+  return removed;
+}
+
+} // namespace
+
+int platform_remove_tree(const char *path) {
+  return platform_is_writable_dir(path) == 1 && remove_directory(path) ? 1 : 0;
 }
 
 // Kept: the tools get a path as it is, so one that begins with "-" is read as their option.
