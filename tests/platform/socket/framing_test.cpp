@@ -430,6 +430,10 @@ TEST_F(Framing, has_no_room_at_all_in_a_buffer_of_capacity_0_or_1) {
 
 // The record.
 
+TEST(MessageBuffer, is_not_installed_at_first) {
+  EXPECT_EQ(gMsgBuf, nullptr);
+}
+
 TEST_F(Framing, creates_an_empty_buffer_with_the_systems_allocator) {
   uninstall();
   const long blocks = support::live_blocks();
