@@ -29,21 +29,21 @@ namespace {
 constexpr int kReceiveSize = 8192;
 constexpr int kDrainSize = 2048;
 
-// The installed buffer as it stood at one moment.
-struct BufferMark {
-  const platform_msgbuf *installed;
-  platform_msgbuf content;
+// The bytes that a search has seen: where they stood, and how often this library had changed a
+// buffer by then.
+struct SeenBytes {
+  const char *start;
+  const char *end;
   uint64_t changes;
 };
 
-BufferMark mark_buffer() {
-  return {.installed = gMsgBuf, .content = *gMsgBuf, .changes = socket_state.buffer_changes};
+SeenBytes seen_bytes() {
+  return {.start = gMsgBuf->p1, .end = gMsgBuf->p2, .changes = socket_state.buffer_changes};
 }
 
-bool same_as_at(const BufferMark &mark) {
-  return gMsgBuf == mark.installed && gMsgBuf->pBuf == mark.content.pBuf &&
-         gMsgBuf->p1 == mark.content.p1 && gMsgBuf->p2 == mark.content.p2 &&
-         socket_state.buffer_changes == mark.changes;
+bool still_there(const SeenBytes &seen) {
+  return gMsgBuf->p1 == seen.start && gMsgBuf->p2 == seen.end &&
+         socket_state.buffer_changes == seen.changes;
 }
 
 // Kept: the buffer is never enlarged. Bytes that would reach its capacity end the process by the
@@ -169,11 +169,11 @@ int platform_get_one_message(int sock, platform_message_handler handler,
   orv::begin_search(search, gMsgBuf->p1);
   while (!orv::find_message(search)) {
     char received[orv::kReceiveSize];
-    const orv::BufferMark before = orv::mark_buffer();
+    const orv::SeenBytes seen = orv::seen_bytes();
     const int len = platform_sock_recv_wait(sock, received, orv::kReceiveSize, wait, idle);
     if (len < 0 || (len == 0 && wait == 0) || gMsgBuf == nullptr)
       return 0;
-    if (!orv::same_as_at(before))
+    if (!orv::still_there(seen))
       orv::begin_search(search, gMsgBuf->p1); // the idle callback has been at the buffer
     assert(gMsgBuf->p2 + len - gMsgBuf->pBuf < gMsgBuf->len);
     orv::append(received, len);

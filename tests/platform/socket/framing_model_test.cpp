@@ -164,6 +164,12 @@ TEST_F(Interfering, goes_on_in_a_buffer_that_was_installed_meanwhile) {
   platform_msgbuf_free(other);
 }
 
+TEST_F(Interfering, begins_the_search_anew_after_the_fields_were_moved_by_hand) {
+  EXPECT_EQ(get_one("one\r\ntwo\r\n", {"", "end\r\n\r\n"}, [] { gMsgBuf->p1 += 5; }), 1);
+  EXPECT_EQ(get_one("one\r\ntwo\r\n", {"", "X\r\n\r\n"}, [] { gMsgBuf->p2 -= 7; }), 1);
+  EXPECT_THAT(handled, testing::ElementsAre(Lines{"two", "end"}, Lines{"oneX"}));
+}
+
 TEST_F(Interfering, returns_0_when_the_buffer_was_taken_away) {
   EXPECT_EQ(get_one("one\r\n", {"", "two\r\n\r\n"}, [] { platform_set_message_buffer(nullptr); }),
             0);
