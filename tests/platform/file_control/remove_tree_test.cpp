@@ -77,6 +77,23 @@ TEST_F(RemovedTree, must_be_a_writable_directory) {
   EXPECT_TRUE(has("tree/file"));
 }
 
+TEST_F(RemovedTree, stays_when_it_or_a_directory_in_it_is_empty_but_read_only) {
+  make_folder("tree");
+  make_folder("tree/sub", 0555);
+  EXPECT_EQ(remove_as_nobody("tree/sub"), 0);
+  EXPECT_TRUE(has("tree/sub"));
+  EXPECT_EQ(remove_as_nobody("tree"), 0);
+  EXPECT_TRUE(has("tree/sub"));
+}
+
+TEST_F(RemovedTree, of_a_read_only_directory_keeps_what_its_subdirectories_hold) {
+  make_folder("tree/sub");
+  make_file("tree/sub/file");
+  ASSERT_EQ(chmod(in("tree").c_str(), 0555), 0);
+  EXPECT_EQ(remove_as_nobody("tree"), 0);
+  EXPECT_TRUE(has("tree/sub/file"));
+}
+
 TEST_F(RemovedTree, is_tried_as_an_empty_directory_when_it_cannot_be_listed) {
   make_folder("tree", 0333);
   EXPECT_EQ(remove_as_nobody("tree"), 1);
