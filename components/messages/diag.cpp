@@ -193,8 +193,9 @@ const char *diag_set_dir(const char *dir) {
 
 void diag_open_stamped_log(const char *suffix) {
   diag_state.stamped_log_attempted = 1;
-  const char *wish = getenv(kPathVariable);
-  switch (destination_of(wish != nullptr ? wish : "")) {
+  const char *value = getenv(kPathVariable);
+  const char *wish = value != nullptr ? value : "";
+  switch (destination_of(wish)) {
   case Destination::none:
     return;
   case Destination::standard_output:

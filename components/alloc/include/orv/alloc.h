@@ -372,6 +372,7 @@ ORV_API void orv_set_malloc_free_report_threshold(int size);
 #ifdef __cplusplus
 }
 /* NOLINTNEXTLINE(bugprone-macro-parentheses): a type cannot stand in parentheses here */
+/* NOLINTNEXTLINE(bugprone-macro-parentheses): a type cannot be put into parentheses here. */
 #define ORV_TYPED_(type, block) (static_cast<type *>(block))
 #else
 #define ORV_TYPED_(type, block) ((type *)(block))
