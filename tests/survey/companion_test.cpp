@@ -67,6 +67,16 @@ TEST_F(Companion, may_be_killed_again_and_again) {
   expect_undisturbed(run_with_deaths(",1"), 0, "the second of one");
 }
 
+TEST_F(Companion, may_be_killed_any_number_of_times_when_answers_come_in_between) {
+  std::string deaths;
+  for (size_t i = 0; i < 12; i++) {
+    tree.add_file("more" + std::to_string(i), "x\n");
+    deaths += "1+,";
+  }
+  undisturbed = read_table(run_survey({tree.path}).out);
+  expect_undisturbed(run_with_deaths(deaths), 12, "after one answer each");
+}
+
 TEST_F(Companion, may_be_killed_at_one_file_twice) {
   expect_undisturbed(run_with_deaths("3,1,"), 2, "twice at the third file");
 }

@@ -92,6 +92,7 @@ TEST_F(Terminal, starts_a_warning_on_a_line_of_its_own) {
   const std::string written = run_on_terminal(80, {tree.path}, {{"SURVEY_COMPANION_DIES", "2"}});
   EXPECT_THAT(written, HasSubstr("\nWarning: The companion was ended by signal 9")) << written;
   EXPECT_THAT(written, HasSubstr("Counted 2 of 2 files (100%)\n")) << written;
+  EXPECT_THAT(written, Not(testing::ContainsRegex("\n *\n"))) << written;
 }
 
 TEST_F(Terminal, is_not_taken_for_one_when_it_is_a_file) {

@@ -194,6 +194,7 @@ std::string padded(const std::string &folder, size_t path_length) {
 
 TEST_F(Distribution, is_null_when_the_path_does_not_fit) {
   write_file("found");
+  std::ofstream(folder.path + "/dist/DISTRIBUTIO") << "what a cut path would name";
   setenv("ORV_DIST", padded(folder.path, 4095).c_str(), 1);
   EXPECT_THAT(platform_distribution(), StrEq("found"));
   setenv("ORV_DIST", padded(folder.path, 4096).c_str(), 1);
