@@ -221,6 +221,13 @@ TEST_F(Framing, drops_a_message_of_more_lines_with_one_warning_and_goes_on) {
   EXPECT_EQ(outcome.err, warning + warning);
 }
 
+TEST_F(Framing, makes_room_where_a_dropped_message_stood) {
+  msg_clear_streams(MSG_WARN);
+  EXPECT_TRUE(messages_in(message_of(2048) + "tail").empty());
+  EXPECT_EQ(gMsgBuf->p1, gMsgBuf->pBuf);
+  EXPECT_EQ(unconsumed(), "tail");
+}
+
 TEST_F(Framing, drops_a_message_of_too_many_lines_while_waiting_for_the_next) {
   install(40000);
   const auto outcome = support::run_in_child([this] {
