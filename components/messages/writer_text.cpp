@@ -32,10 +32,10 @@ constexpr size_t kFirstSize = 10000;
   return static_cast<char *>(malloc(size));
 }
 
-int format_into(char *buffer, size_t size, const char *format, va_list args, int entry_errno) {
+int format_into(char *buffer, size_t size, const char *format, va_list args, int error_number) {
   va_list copy;
   va_copy(copy, args);
-  errno = entry_errno; // for %m
+  errno = error_number; // what %m tells
   const int length = vsnprintf(buffer, size, format, copy);
   va_end(copy);
   return length;
@@ -45,13 +45,18 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
   return length >= 0 && static_cast<size_t>(length) < size - 1;
 }
 
+// Why the expansion that just failed did so, 0 for no reason. Where errno still is what it was set
+// to for %m, the formatter may have named that very error or none: a run from 0 tells.
+[[nodiscard]] int reason_of_failure(const char *format, va_list args, int entry_errno) {
+  if (errno == entry_errno && entry_errno != 0)
+    static_cast<void>(format_into(nullptr, 0, format, args, 0));
+  return errno;
+}
+
 // A failure that names no other reason is taken for a buffer that is too small, as long as a
 // larger one could help: no text is longer than an int can tell.
-[[nodiscard]] bool may_fit_a_larger_buffer(int length, size_t size, int entry_errno) {
-  if (length >= 0)
-    return true;
-  const bool unset = errno == 0 || errno == entry_errno;
-  return (unset || errno == ERANGE) && size <= INT_MAX;
+[[nodiscard]] bool may_fit_a_larger_buffer(int reason, size_t size) {
+  return (reason == 0 || reason == ERANGE) && size <= INT_MAX;
 }
 
 [[nodiscard]] size_t next_size(int length, size_t size) {
@@ -97,9 +102,9 @@ Text expand_text(const char *format, va_list args) {
     const int length = format_into(buffer, size, format, args, entry.value());
     if (fits(length, size))
       return hold_text(buffer, block, static_cast<size_t>(length));
-    const bool grow = may_fit_a_larger_buffer(length, size, entry.value());
+    const int reason = length < 0 ? reason_of_failure(format, args, entry.value()) : 0;
     free(block);
-    if (!grow)
+    if (!may_fit_a_larger_buffer(reason, size))
       return the_format_itself(format);
     size = next_size(length, size);
   }

@@ -266,6 +266,29 @@ TEST_P(BadFormatType, is_like_raw_text_while_wrapping_is_off) {
   EXPECT_EQ(outcome.exit_status, 0);
 }
 
+TEST_P(BadFormatType, of_a_continuation_is_told_at_the_end_of_the_open_line) {
+  const auto outcome = run_in_child([] {
+    msg_print_wrap("open");
+    output(MSG_INFO, GetParam(), 0, 1, "> ", "text");
+  });
+  EXPECT_EQ(outcome.out, "open");
+  EXPECT_EQ(outcome.err,
+            "\nError: Internal error: Bad MSG_FMT_TYPE: " + std::to_string(GetParam()) + "\n");
+  EXPECT_EQ(outcome.exit_status, 1);
+}
+
+TEST_P(BadFormatType, is_what_a_continuation_goes_on_with_while_wrapping_is_off) {
+  const auto outcome = run_in_child([] {
+    msg_set_width_limit(0);
+    output(MSG_INFO, GetParam(), 0, 0, "> ", "one");
+    msg_set_width_limit(78);
+    msg_cont("two");
+  });
+  EXPECT_EQ(outcome.out, "> one");
+  EXPECT_EQ(outcome.err,
+            "\nError: Internal error: Bad MSG_FMT_TYPE: " + std::to_string(GetParam()) + "\n");
+}
+
 INSTANTIATE_TEST_SUITE_P(Values, BadFormatType, testing::Values(3, 77, -1));
 
 TEST_F(Writer, refuses_an_unknown_type) {
@@ -337,6 +360,42 @@ TEST_F(Writer, refuses_the_dollar_sign_of_a_solo_message_in_a_solo_error) {
   });
   EXPECT_EQ(outcome.exit_status, 1);
   EXPECT_THAT(outcome.err, testing::StartsWith("Error: Internationalization interface not yet"));
+}
+
+TEST_F(Writer, refuses_the_dollar_sign_of_a_fatal_call_once) {
+  for (auto call : {msg_fatal, msg_fatal_solo, msg_fatal_internal, msg_fatal_syserr}) {
+    const auto outcome = run_in_child([call] {
+      msg_set_width_limit(0);
+      msg_add_stream(MSG_ERROR, stderr);
+      call("$x");
+    });
+    EXPECT_EQ(outcome.err,
+              "Error: Internationalization interface not yet supported.\n"
+              "       However, the format string \"$x\" began with a dollar sign.  Use two dollar "
+              "signs if you really want the string to begin a dollar sign.\n");
+    EXPECT_EQ(outcome.exit_status, 1);
+  }
+}
+
+TEST_F(Writer, passes_over_the_dollar_sign_of_a_dropped_fatal_call) {
+  const auto outcome = run_in_child([] {
+    msg_add_stream(MSG_ERROR, stderr);
+    msg_set_solo_output(0);
+    msg_fatal_solo("$x");
+  });
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exit_status, 1);
+}
+
+TEST_F(Writer, refuses_the_dollar_sign_before_it_ends_an_open_line) {
+  const auto outcome = run_in_child([] {
+    msg_add_stream(MSG_INFO, stdout);
+    msg_add_stream(MSG_ERROR, stderr);
+    msg_print_wrap("open");
+    msg_print("$x");
+  });
+  EXPECT_EQ(outcome.out, "open") << "the newline goes to the streams of the error";
+  EXPECT_THAT(outcome.err, testing::StartsWith("\nError: Internationalization interface"));
 }
 
 // The text's buffer
@@ -432,6 +491,24 @@ TEST_F(TextBuffer, does_not_grow_after_any_other_failure) {
   EXPECT_EQ(info.text(), "text %d\n") << "the format stands for the text";
   EXPECT_EQ(effort.expansions, 1);
   EXPECT_EQ(effort.allocations, 0);
+}
+
+TEST_F(TextBuffer, does_not_grow_where_the_failure_names_the_error_of_the_caller) {
+  support::refuse("vsnprintf", EILSEQ);
+  errno = EILSEQ;
+  const Effort effort = effort_of([] { msg_print("text %d", 1); });
+  EXPECT_EQ(info.text(), "text %d\n");
+  EXPECT_EQ(effort.expansions, 2) << "the second asks whether the error was named anew";
+  EXPECT_EQ(effort.allocations, 0);
+  EXPECT_EQ(errno, EILSEQ);
+}
+
+TEST_F(TextBuffer, is_doubled_where_the_error_of_the_caller_is_left_standing) {
+  support::refuse("vsnprintf", EILSEQ, 0, 1);
+  errno = EILSEQ;
+  const Effort effort = effort_of([] { msg_print(support::format_of_errno(), 0); });
+  EXPECT_EQ(info.text(), "Invalid or incomplete multibyte or wide character\n");
+  EXPECT_EQ(effort.last_allocation, 20000U);
 }
 
 TEST_F(TextBuffer, is_not_needed_for_a_format_that_stands_for_the_text) {
@@ -582,6 +659,15 @@ TEST_F(Writer, remembers_type_layout_and_sharing) {
   output(MSG_ERROR, MSG_FMT_LINE, 5, 0, "> ", "a");
   msg_cont("bbbb cccc");
   EXPECT_EQ(error.text(), "> a\n  bbbb\n  cccc\n");
+}
+
+TEST_F(Writer, counts_the_49_blanks_of_a_continuation_below_a_wider_prefix) {
+  msg_set_width_limit(66);
+  msg_print_with_prefix(std::string(60, '>').c_str(), "a");
+  info.forget();
+  msg_cont("aa bb cc dd ee ff gg");
+  const std::string blanks(49, ' ');
+  EXPECT_EQ(info.text(), blanks + "aa bb cc dd ee ff\n" + blanks + "gg\n");
 }
 
 TEST_F(Writer, starts_a_continuation_at_column_0_with_a_head) {
