@@ -214,6 +214,18 @@ TEST_F(FailingStream, leaves_the_text_after_the_warning_in_a_line_of_its_own) {
   EXPECT_EQ(good.text(), "text more") << "the text was counted after the warning";
 }
 
+TEST_F(FailingStream, is_known_by_its_write_and_not_by_an_error_of_old) {
+  Capture mended(MSG_INFO);
+  mended.fail(ENOSPC);
+  EXPECT_EQ(fputc('x', mended.stream()), EOF);
+  EXPECT_NE(ferror(mended.stream()), 0);
+  mended.recover();
+  msg_print("text");
+  EXPECT_EQ(mended.text(), "text\n");
+  EXPECT_TRUE(mended.listed(MSG_INFO));
+  EXPECT_EQ(warn.text(), "");
+}
+
 // Warnings that fail themselves
 
 TEST_F(FailingStream, that_carries_the_warnings_too_ends_in_silence) {

@@ -29,12 +29,14 @@ TEST_F(WidthLimit, stays_where_the_variable_holds_no_number) {
   EXPECT_EQ(limit_found("abc"), "78");
   EXPECT_EQ(limit_found("-"), "78");
   EXPECT_EQ(limit_found("x200"), "78");
+  EXPECT_EQ(limit_found("  "), "78");
 }
 
 TEST_F(WidthLimit, is_widened_by_the_variable) {
   EXPECT_EQ(limit_found("79"), "79");
   EXPECT_EQ(limit_found("200"), "200");
   EXPECT_EQ(limit_found("200 columns"), "200");
+  EXPECT_EQ(limit_found(" +200"), "200");
   EXPECT_EQ(limit_found("0200"), "200") << "base 10";
   EXPECT_EQ(limit_found("32766"), "32766");
 }
@@ -77,6 +79,29 @@ TEST_F(WidthLimit, is_read_by_the_first_message) {
       },
       {{"ORV_MSGERR_WRAP", "102"}});
   EXPECT_EQ(outcome.out, std::string(100, '0') + " 1\n102");
+}
+
+TEST_F(WidthLimit, is_read_by_a_raw_message_too) {
+  const auto outcome = run_in_child(
+      [] {
+        msg_print_raw("text");
+        setenv("ORV_MSGERR_WRAP", "300", 1);
+        printf("%d", msg_get_width_limit());
+      },
+      {{"ORV_MSGERR_WRAP", "102"}});
+  EXPECT_EQ(outcome.out, "102");
+}
+
+TEST_F(WidthLimit, is_not_read_by_a_dropped_message) {
+  const auto outcome = run_in_child(
+      [] {
+        msg_set_solo_output(0);
+        msg_print_solo("dropped");
+        setenv("ORV_MSGERR_WRAP", "300", 1);
+        printf("%d", msg_get_width_limit());
+      },
+      {{"ORV_MSGERR_WRAP", "102"}});
+  EXPECT_EQ(outcome.out, "300");
 }
 
 TEST_F(WidthLimit, once_set_is_not_looked_up_in_the_environment) {

@@ -243,6 +243,25 @@ TEST_F(AddStream, warns_where_an_array_cannot_grow_and_goes_on_with_the_next_typ
   EXPECT_THAT(streams_of(MSG_ERROR), testing::ElementsAre(stderr));
 }
 
+TEST_F(AddStream, warns_of_a_refused_growth_before_the_next_type_gets_the_stream) {
+  Capture late(0);
+  msg_add_stream(MSG_WARN, stderr);
+  msg_clear_streams(MSG_WARN);
+  for (int i = 0; i < 5; i++)
+    msg_add_stream(MSG_INFO, stdout);
+  support::refuse("realloc", ENOMEM);
+  EXPECT_EQ(msg_add_stream(MSG_INFO | MSG_WARN, late.stream()), 1);
+  EXPECT_EQ(late.text(), "");
+}
+
+TEST_F(AddStream, tells_the_last_count_that_grew_where_a_later_growth_is_refused) {
+  for (int i = 0; i < 5; i++)
+    msg_add_stream(MSG_ERROR, stderr);
+  support::refuse("realloc", ENOMEM);
+  msg_add_stream(MSG_INFO, stdout);
+  EXPECT_EQ(msg_add_stream(MSG_INFO | MSG_ERROR, stdout), 2);
+}
+
 TEST_F(AddStream, works_again_after_a_refused_growth) {
   for (int i = 0; i < 5; i++)
     msg_add_stream(MSG_INFO, stdout);
@@ -369,6 +388,49 @@ TEST_F(SetSync, switched_on_flushes_the_streams_and_forces_them_to_disk) {
   EXPECT_EQ(second.text(), "waiting");
   EXPECT_EQ(other.text(), "");
   EXPECT_EQ(support::calls("fsync"), forced + 2);
+}
+
+TEST_F(SetSync, forces_a_stream_to_disk_once_it_is_flushed) {
+  FILE *log = tmpfile();
+  ASSERT_NE(log, nullptr);
+  Capture capture(MSG_WARN, Capture::kBuffered);
+  msg_add_stream(MSG_WARN, log);
+  fputs("waiting", capture.stream());
+  const long forced = support::calls("fsync");
+  long forced_before_the_flush = -1;
+  int flag_at_the_flush = -1;
+  capture.on_write = [&] {
+    forced_before_the_flush = support::calls("fsync");
+    flag_at_the_flush = _msg_get_stream_desc(MSG_WARN)->sync;
+  };
+  msg_set_sync(MSG_WARN, 1);
+  EXPECT_EQ(forced_before_the_flush, forced);
+  EXPECT_EQ(flag_at_the_flush, 1);
+  EXPECT_EQ(support::last_size("fsync"), static_cast<size_t>(fileno(log)));
+  msg_remove_stream(MSG_WARN, log);
+  fclose(log);
+}
+
+TEST_F(SetSync, keeps_a_stream_whose_flush_fails) {
+  Capture capture(MSG_WARN, Capture::kBuffered);
+  fputs("waiting", capture.stream());
+  capture.fail(ENOSPC);
+  EXPECT_EQ(msg_set_sync(MSG_WARN, 1), 1);
+  EXPECT_TRUE(capture.listed(MSG_WARN));
+}
+
+TEST_F(SetSync, visits_the_types_in_order) {
+  Capture diag(MSG_DIAG, Capture::kBuffered);
+  Capture error(MSG_ERROR, Capture::kBuffered);
+  Capture debug(MSG_DEBUG, Capture::kBuffered);
+  expect_blocks_left(1); // the list of MSG_DIAG
+  std::string order;
+  for (const auto &[capture, letter] : {std::pair{&diag, 'd'}, {&error, 'e'}, {&debug, 'b'}}) {
+    fputs("waiting", capture->stream());
+    capture->on_write = [&order, letter = letter] { order += letter; };
+  }
+  msg_set_sync(kAllTypes, 1);
+  EXPECT_EQ(order, "bed");
 }
 
 TEST_F(SetSync, switched_on_again_flushes_nothing) {
