@@ -349,6 +349,7 @@ TEST_F(HybridOpen, needs_two_integers) {
   const long sockets = calls("socket");
   open("1234 pid-rtx_fd_w");
   EXPECT_EQ(platform_pair_errno(ph), -1);
+  EXPECT_EQ(ph->error_text, nullptr);
   EXPECT_EQ(ph->companion_pid, 0);
   EXPECT_EQ(ph->read_fd, -1);
   EXPECT_EQ(ph->write_fd, -1);

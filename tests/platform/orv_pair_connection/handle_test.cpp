@@ -182,6 +182,28 @@ TEST_F(Send, returns_what_the_system_took) {
   EXPECT_EQ(platform_pair_errno(ph), 0);
 }
 
+TEST_F(Send, waits_for_room_on_a_blocking_connection) {
+  const std::string much(4 << 20, 'x');
+  const pid_t reader = fork();
+  if (reader == 0) {
+    close(ph->read_fd);
+    alarm(20);
+    size_t received = 0;
+    char bytes[4096];
+    for (ssize_t got; (got = read(other, bytes, sizeof bytes)) > 0;)
+      received += static_cast<size_t>(got);
+    _exit(received == much.size() ? 0 : 1);
+  }
+  close_other();
+  EXPECT_EQ(platform_pair_send(ph, much.data(), static_cast<int>(much.size())),
+            static_cast<int>(much.size()));
+  platform_pair_close(ph);
+  ph = nullptr;
+  int status = -1;
+  EXPECT_EQ(waitpid(reader, &status, 0), reader);
+  EXPECT_EQ(status, 0);
+}
+
 TEST_F(Send, forgets_that_there_was_no_room) {
   make_non_blocking();
   const std::string much(1 << 20, 'x');

@@ -105,6 +105,19 @@ TEST_F(ParentOpen, replaces_the_variable_that_the_companion_would_inherit) {
   unsetenv(kName);
 }
 
+TEST_F(ParentOpen, adds_the_variable_to_the_environment_that_the_companion_inherits) {
+  const auto outcome = run_in_child(
+      [] {
+        const int std_fds[] = {0, 1, 2};
+        exit(finish(platform_pair_parent_open_lp(
+            kName, 0, 1, "sh", std_fds, "sh", "-c",
+            "printf %s \"$ORV_TEST_OTHER ${ORV_TEST_HAND_OVER##* }\"", nullptr)));
+      },
+      {{"ORV_TEST_OTHER", "inherited"}});
+  EXPECT_EQ(outcome.out, "inherited pid-rtx_fd_l");
+  EXPECT_EQ(outcome.exit_status, 0);
+}
+
 TEST_F(ParentOpen, leaves_either_side_its_own_end_only) {
   const std::vector<int> before = own_descriptors();
   platform_pair_handle *ph = open_companion("report");

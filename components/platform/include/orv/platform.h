@@ -113,7 +113,7 @@ typedef struct platform_pair_handle {
  * the parent starts later inherit its end too, and the companion sees the end of the connection
  * only when they are gone as well.
  *
- * @param name           the hand-over variable's name, which the companion opens with
+ * @param name           the hand-over variable's name, which the companion opens with; not null
  * @param ignore_sigpipe nonzero: the parent ignores SIGPIPE from here on. With 0, sending to a
  *                       companion that is gone ends the parent unless it handles the signal.
  * @param blocking       0 puts both ends in non-blocking mode; anything else leaves them blocking
@@ -270,8 +270,9 @@ ORV_API int platform_pair_child(const platform_pair_handle *ph);
  *
  * On the parent's side an ended companion is collected: its exit status and signal go into the
  * handle, and from then on the answer is 0. A companion that ended but was collected by another
- * wait leaves no status: its exit status stays 256. On the companion's side the parent's process
- * id is looked up; a parent of the hybrid kind always counts as alive.
+ * wait leaves no status: its exit status stays 256; and should its process id be in use again, the
+ * answer is 1. On the companion's side the parent's process id is looked up; a parent of the hybrid
+ * kind always counts as alive.
  *
  * @return 1 or 0
  */
