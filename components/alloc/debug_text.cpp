@@ -39,14 +39,14 @@ unsigned long address_of(const void *pointer) {
 // Which record a description speaks of.
 struct Finding {
   const debug_info *record; // null: none
-  bool consistent;          // the block's own index leads to it, and its state fits the header
+  bool consistent;          // the block's own index leads to it, and it is live
 };
 
 Finding find_record(const void *pointer, BlockHeader header, const debug_info *given) {
   if (names_a_record(header.index)) {
     const debug_info &named = state.records[header.index];
     if (named.ptr == pointer && (given == nullptr || given == &named))
-      return {&named, is_live(named) || header.word == kFreedMagic};
+      return {&named, is_live(named)};
   }
   return {given, false};
 }

@@ -184,10 +184,10 @@ TEST_F(Mode, 2_is_content_with_a_sound_heap_of_any_size) {
   }));
 }
 
-// In a table of several thousand records, damages the blocks with the given indices.
+// In a table of 20 times 1024 records, all of them live, damages the blocks with the given indices.
 std::string warnings_in_large_heap(const std::initializer_list<int> &damaged) {
   const Outcome outcome = run_in_debug_mode([&] {
-    static char *blocks[20000];
+    static char *blocks[20480];
     for (char *&block : blocks)
       block = block_of(8);
     for (int index : damaged)
@@ -207,8 +207,8 @@ TEST_F(Mode, 2_walks_a_large_table_to_its_last_record) {
   const std::string error = "Error: orv_malloc: The heap was corrupted. (Currently inside of f, "
                             "allocating storage for p)\n";
   EXPECT_EQ(warnings_in_large_heap({0}), warning + error);
-  EXPECT_EQ(warnings_in_large_heap({19999}), warning + error);
-  EXPECT_EQ(warnings_in_large_heap({1, 9999, 19990}), warning + warning + warning + error);
+  EXPECT_EQ(warnings_in_large_heap({20479}), warning + error);
+  EXPECT_EQ(warnings_in_large_heap({1, 9999, 20470}), warning + warning + warning + error);
 }
 
 // A live block whose own header names another record, or none, is described by the record that the

@@ -163,6 +163,7 @@ TEST_F(TextCalls, failures_without_errno_or_with_erange_double_the_buffer) {
   orv_free(text);
   support::refuse("vsnprintf", ERANGE, 0, 3);
   text = orv_printf_strdup("text");
+  EXPECT_EQ(errno, 0);
   EXPECT_STREQ(text, "text");
   EXPECT_EQ(support::last_size("realloc"), 128U);
   orv_free(text);
