@@ -2,10 +2,10 @@
 // each, and the report of a refusal.
 //
 // Outside debug mode a call adds a few tests and one addition to the system's own. Whatever is
-// rare stands apart (cold, never inlined) and builds its site only there. The sources of this
-// component are compiled with the allocator's names taken as plain functions: the compiler shall
-// neither merge malloc with the filling that follows, nor drop an allocation that nobody uses, nor
-// a filling that is followed by free.
+// rare stands apart (cold, never inlined) and builds its site only there. This source is compiled
+// with the names of the system's allocator taken as plain functions: the compiler shall neither
+// merge malloc with the filling that follows, nor drop an allocation that nobody uses, nor a
+// filling that is followed by free.
 #include "alloc/debug.h"
 #include "alloc/debug_records.h"
 #include "alloc/site.h"

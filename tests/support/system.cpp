@@ -199,6 +199,7 @@ static void *move_to_new_block(void *block, size_t size) {
   void *moved = __real_malloc(size);
   if (moved == nullptr || block == nullptr)
     return moved;
+  memset(moved, support::kBytesOfMovedBlocks, size);
   const size_t old_size = malloc_usable_size(block);
   memcpy(moved, block, old_size < size ? old_size : size);
   support::keep_block(block);

@@ -39,7 +39,9 @@ void replace_sleep(void (*action)());
 long live_blocks();
 
 // From now on a block that is given back counts as such but keeps its storage and its bytes, so
-// that a test may look at it; and realloc always moves. For the rest of the process.
+// that a test may look at it; and realloc always moves, to a block that holds kBytesOfMovedBlocks
+// where nothing was copied. For the rest of the process.
 void keep_freed_blocks();
+constexpr unsigned char kBytesOfMovedBlocks = 0x5A;
 
 } // namespace support
