@@ -34,6 +34,10 @@ using PathArea = char[kPathAreaSize];
   return result;
 }
 
+[[nodiscard]] bool is_empty(const char *path) {
+  return or_empty(path)[0] == '\0';
+}
+
 [[nodiscard]] const char *base_name_in(const char *path) {
   const char *slash = strrchr(path, '/');
   return slash != nullptr ? slash + 1 : path;
@@ -180,6 +184,9 @@ const char *platform_canonical_path(const char *path) {
 }
 
 char *platform_relative_path(const char *from, const char *to, char *buffer) {
+  // Two empty paths are equal, although neither could be resolved.
+  if (is_empty(from) && is_empty(to))
+    return write_route({.climbs = 0, .rest = "."}, buffer);
   PathArea absolute_from;
   PathArea absolute_to;
   if (!make_absolute(from, absolute_from) || !make_absolute(to, absolute_to))

@@ -60,6 +60,29 @@ TEST_F(WorkingDirectory, comes_in_a_block_for_a_path_without_a_buffer_whatever_t
   }
 }
 
+// Enters a chain of new directories until the working directory has `length` characters.
+void enter_deep(const std::string &start, size_t length) {
+  ASSERT_EQ(chdir(start.c_str()), 0);
+  for (size_t reached = start.size(); reached < length;) {
+    const size_t left = length - reached - 1;
+    const std::string name(left > 202 ? 200 : left, 'd');
+    ASSERT_EQ(mkdir(name.c_str(), 0777), 0);
+    ASSERT_EQ(chdir(name.c_str()), 0);
+    reached += 1 + name.size();
+  }
+}
+
+TEST_F(WorkingDirectory, is_told_in_a_block_with_up_to_4095_characters) {
+  enter_deep(folder, 4095);
+  EXPECT_EQ(taken(platform_get_cwd(nullptr, 0)).size(), 4095U);
+}
+
+TEST_F(WorkingDirectory, is_not_told_in_a_block_with_more_characters) {
+  expect_blocks_left(1);
+  enter_deep(folder, 4096);
+  EXPECT_EQ(platform_get_cwd(nullptr, 5000), nullptr);
+}
+
 TEST_F(WorkingDirectory, that_is_gone_gives_null_and_leaves_the_block) {
   expect_blocks_left(1);
   fs::current_path(make_folder("gone"));
@@ -258,18 +281,6 @@ TEST_F(RealPathIn, is_refused_where_the_way_back_cannot_be_told) {
   EXPECT_EQ(access("file", F_OK), -1) << "the directory was changed";
 }
 
-// Enters a chain of new directories until the working directory has `length` characters.
-void enter_deep(const std::string &start, size_t length) {
-  ASSERT_EQ(chdir(start.c_str()), 0);
-  for (size_t reached = start.size(); reached < length;) {
-    const size_t left = length - reached - 1;
-    const std::string name(left > 202 ? 200 : left, 'd');
-    ASSERT_EQ(mkdir(name.c_str(), 0777), 0);
-    ASSERT_EQ(chdir(name.c_str()), 0);
-    reached += 1 + name.size();
-  }
-}
-
 TEST_F(RealPathIn, works_from_the_longest_directory_that_its_area_holds) {
   make_file("file");
   enter_deep(folder, 4095);
@@ -309,6 +320,10 @@ void expect_routes(std::initializer_list<Route> routes) {
 
 TEST_F(RelativePath, of_equal_paths_is_a_dot) {
   expect_routes({{"/a/b", "/a/b", "."}, {"/", "/", "."}, {"/a/", "/a/", "."}, {"//", "//", "."}});
+}
+
+TEST_F(RelativePath, of_two_empty_paths_is_a_dot_too) {
+  expect_routes({{"", "", "."}});
 }
 
 TEST_F(RelativePath, goes_down_where_the_other_path_goes_on) {
@@ -360,7 +375,7 @@ TEST_F(RelativePath, is_null_when_a_path_cannot_be_resolved) {
   char buffer[] = "untouched";
   const long mallocs = support::calls("malloc");
   const std::pair<const char *, const char *> pairs[] = {
-      {"missing", "/a"}, {"/a", "missing"}, {"", ""},      {"", "/"},
+      {"missing", "/a"}, {"/a", "missing"}, {"missing", "missing"}, {"", "/"},
       {"/", ""},         {nullptr, "/"},    {"/", nullptr}};
   for (const auto &[from, to] : pairs) {
     errno = 0;

@@ -918,7 +918,8 @@ ORV_API const char *platform_canonical_path(const char *path);
  * Gives the path that leads from a directory to another file.
  *
  * A path that begins with "/" is taken as it stands, without a look at the file system; any other
- * is resolved first and must exist. What both begin with, character by character, is dropped:
+ * is resolved first and must exist. Only two empty paths are not resolved: they are equal. What
+ * both begin with, character by character, is dropped:
  *
  * | from     | to       | result      |
  * |----------|----------|-------------|
@@ -926,6 +927,7 @@ ORV_API const char *platform_canonical_path(const char *path);
  * | "/a/b/c" | "/a/b"   | "../../b"   |
  * | "/a/b"   | "/a/b/c" | "c"         |
  * | "/a/b"   | "/a/b"   | "."         |
+ * | ""       | ""       | "."         |
  * | "/a/bx"  | "/a/b/c" | "c"         |
  * | "/"      | "/x"     | "../x"      |
  * | "/a/"    | "/a/x"   | "../x"      |
@@ -1045,7 +1047,7 @@ ORV_API int platform_rmdir(const char *path);
  * a full disk leaves a short copy and still the result 1: compare platform_file_size() of both
  * where that matters.
  * @return 1 when the end of the source was reached; 0 with errno set when a file could not be
- * opened or a read failed (the copy then holds what was read before)
+ *         opened or a read failed (the copy then holds what was read before)
  */
 ORV_API int platform_copy_file(const char *source, const char *destination);
 
@@ -1095,7 +1097,7 @@ typedef struct platform_file_list_t {
  * "[a]" are found as "\\[a]", not as "[a]".
  * @param directory the directory; null or empty gives 0. One without a trailing "/" costs two small
  *                  blocks that stay allocated (the copies that the two-text join leaves), so give
- * it with its "/" where that counts.
+ *                  it with its "/" where that counts.
  * @param pattern   a shell wildcard; null or empty means "*". "*" does not match names that begin
  *                  with "."; ".*" does, and gives the entries "." and ".." as well.
  * @param list      the record to fill; null gives 0. What it held before is overwritten, not
