@@ -2,6 +2,7 @@
 #include "folder.h"
 #include "support/system.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <gmock/gmock.h>
@@ -18,6 +19,9 @@ namespace {
 // The sizes that the library handed to write.
 std::vector<size_t> writes;
 
+// The most bytes that a write takes.
+size_t largest_write = SIZE_MAX;
+
 } // namespace
 
 extern "C" {
@@ -25,7 +29,7 @@ extern "C" {
 ssize_t __real_write(int fd, const void *bytes, size_t size);
 ssize_t __wrap_write(int fd, const void *bytes, size_t size) {
   writes.push_back(size);
-  return __real_write(fd, bytes, size);
+  return __real_write(fd, bytes, std::min(size, largest_write));
 }
 
 } // extern "C"
@@ -126,6 +130,46 @@ TEST_F(FileChanges, does_not_remove_a_full_directory_or_a_file_as_a_directory) {
   EXPECT_EQ(platform_rmdir(in("missing").c_str()), 0);
   EXPECT_EQ(platform_rmdir(nullptr), 0);
   EXPECT_TRUE(has("full/file"));
+}
+
+// One call after the other that cannot do what it is asked for.
+void ask_for_what_fails(const std::string &missing) {
+  const char *path = missing.c_str();
+  for (auto call : {platform_is_dir, platform_exists, platform_file_exists, platform_is_readable,
+                    platform_is_writable, platform_is_executable, platform_is_writable_dir,
+                    platform_remove, platform_make_dir, platform_rmdir, platform_remove_tree})
+    EXPECT_EQ(call(path), 0);
+  EXPECT_EQ(platform_rename(path, path), 0);
+  EXPECT_EQ(platform_copy_file(path, path), 0);
+  EXPECT_EQ(platform_mv(path, path), 0);
+  EXPECT_EQ(platform_file_mtime(path), 0);
+  EXPECT_EQ(platform_file_size(path), -1);
+  EXPECT_EQ(platform_file_owner(path), nullptr);
+  EXPECT_EQ(platform_free_space(path), UINT64_MAX - 1);
+  EXPECT_EQ(platform_file_sig(path).check, 0U);
+  platform_file_list_t list = {};
+  EXPECT_EQ(platform_list_dir((missing + "/").c_str(), "*", &list), 0);
+  char buffer[4097];
+  EXPECT_EQ(platform_get_cwd(buffer, 1), nullptr);
+  EXPECT_EQ(platform_real_path(path, buffer), nullptr);
+  EXPECT_EQ(platform_canonical_path(path), path);
+  EXPECT_EQ(platform_relative_path("missing", "/", buffer), nullptr);
+  support::refuse("fork", ENOMEM);
+  EXPECT_EQ(platform_rm_rf(path), 0);
+  support::refuse_nothing();
+}
+
+TEST_F(FileChanges, and_questions_that_fail_report_nothing) {
+  const std::string missing = in("missing/below");
+  const support::Outcome outcome = support::run_in_child(
+      [&] {
+        const std::string trace = files::traced([&] { ask_for_what_fails(missing); });
+        exit(trace.empty() && !HasFailure() ? 0 : 3);
+      },
+      {{"ORV_PERROR", "1"}});
+  EXPECT_EQ(outcome.exit_status, 0);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err, "");
 }
 
 class CopiedFile : public FileChanges {
@@ -251,6 +295,16 @@ TEST_F(CopiedFile, is_short_with_success_when_writes_fail) {
   });
   EXPECT_EQ(outcome.exit_status, 0);
   EXPECT_EQ(contents("copy").size(), 10000U);
+}
+
+TEST_F(CopiedFile, has_no_second_write_for_the_rest_of_a_short_one) {
+  make_file("source", std::string(8192, 'x') + std::string(100, 'y'));
+  writes.clear();
+  largest_write = 10;
+  EXPECT_EQ(copy(), 1);
+  largest_write = SIZE_MAX;
+  EXPECT_THAT(writes, ElementsAre(8192U, 100U));
+  EXPECT_EQ(contents("copy"), std::string(10, 'x') + std::string(10, 'y'));
 }
 
 TEST_F(CopiedFile, onto_itself_is_empty) {

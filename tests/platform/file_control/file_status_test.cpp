@@ -62,6 +62,19 @@ TEST_F(FileStatus, tells_the_modification_time_in_seconds) {
   EXPECT_EQ(platform_file_mtime(in("missing").c_str()), 0);
 }
 
+TEST_F(FileStatus, tells_the_modification_time_beyond_32_bits_and_before_1970_too) {
+  const std::string file = make_file("file");
+  for (const time_t seconds : {time_t{1} << 33, time_t{-1000}}) {
+    const timespec times[] = {{111, 0}, {seconds, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+    struct stat status = {};
+    ASSERT_EQ(stat(file.c_str(), &status), 0);
+    if (status.st_mtime != seconds)
+      GTEST_SKIP() << "the file system keeps no such time";
+    EXPECT_EQ(platform_file_mtime(file.c_str()), seconds);
+  }
+}
+
 TEST_F(FileStatus, tells_the_size_in_bytes_beyond_32_bits_too) {
   EXPECT_EQ(platform_file_size(make_file("empty").c_str()), 0);
   EXPECT_EQ(platform_file_size(make_file("five", "12345").c_str()), 5);
