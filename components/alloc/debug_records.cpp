@@ -1,4 +1,4 @@
-// The growth of the table of records, whose free list runs through the table itself.
+// What is rarely done with the table of records: its growth, and the search for a released block.
 #include "alloc/debug_records.h"
 #include "common/assertion.h"
 
@@ -16,7 +16,24 @@ void chain_new_records(uint64_t first) {
   state.free_head = static_cast<int32_t>(first);
 }
 
+bool is_live_at(const void *pointer) {
+  for (uint64_t i = 0; i < state.capacity; i++)
+    if (state.records[i].ptr == pointer && is_live(state.records[i]))
+      return true;
+  return false;
+}
+
 } // namespace
+
+// The free list leads from the latest release to earlier ones.
+const debug_info *find_released_record(const void *pointer) {
+  if (is_live_at(pointer))
+    return nullptr;
+  for (int32_t i = state.free_head; i != kEndOfFreeList; i = state.records[i].status)
+    if (state.records[i].ptr == pointer)
+      return &state.records[i];
+  return nullptr;
+}
 
 // The table is the library's own: its storage is neither counted nor recorded, and there is no
 // caller to whom a refusal could be reported.

@@ -110,6 +110,10 @@ inline void set_trailer(void *pointer, uint64_t length) {
   return sound ? &record : nullptr;
 }
 
+// The record of the block that was released last at an address where no live block stands, or
+// null. Searches the whole table: for what is about to be told to a person.
+[[nodiscard]] const debug_info *find_released_record(const void *pointer);
+
 // Makes the table larger by kRecordsPerGrowth records, which become the free list.
 void grow_table();
 

@@ -102,9 +102,23 @@ void append_origin(Text &text, const debug_info &record, const char *opening) {
     append_caller(text, record.third.function, record.fourth.purpose);
 }
 
-// The header of a null pointer cannot be read and counts as overwritten.
-BlockHeader header_to_judge(const void *pointer) {
-  return pointer != nullptr ? header_of(pointer) : BlockHeader{-1, 0};
+bool has_magic(BlockHeader header) {
+  return header.word == kAllocatedMagic || header.word == kFreedMagic;
+}
+
+// The header as the library left it. That of a null pointer cannot be read and counts as
+// overwritten; that of a released block mostly is, because the system keeps its own notes there,
+// but the table still knows of the release.
+BlockHeader header_to_judge(const void *pointer, const debug_info *given) {
+  if (pointer == nullptr)
+    return {-1, 0};
+  const BlockHeader header = header_of(pointer);
+  if (has_magic(header) || given != nullptr)
+    return header;
+  const debug_info *released = find_released_record(pointer);
+  if (released == nullptr)
+    return header;
+  return {static_cast<int32_t>(released - state.records), kFreedMagic};
 }
 
 } // namespace
@@ -119,7 +133,7 @@ const char *describe_ptr(const void *pointer, const debug_info *given, Wording w
       append_origin(text, *given, "  The ");
     return state.description;
   }
-  const BlockHeader header = header_to_judge(pointer);
+  const BlockHeader header = header_to_judge(pointer, given);
   const Finding found = find_record(pointer, header, given);
   append_verdict(text, pointer, header, found, wording);
   if (found.record != nullptr)

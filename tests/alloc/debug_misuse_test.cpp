@@ -39,6 +39,17 @@ TEST_F(Misuse, a_block_given_back_twice_is_told_with_its_origin) {
                         kAllocatedBy8);
 }
 
+TEST_F(Misuse, a_block_given_back_twice_is_told_although_the_system_overwrote_its_header) {
+  expect_on_release(
+      [](char *block) {
+        release(block);
+        write_word(block, -8, 0x12345678);
+        write_word(block, -4, 0x00005581);
+      },
+      std::string("was referenced after it was free'd.  Before being free'd, the ") +
+          kAllocatedBy8);
+}
+
 TEST_F(Misuse, a_block_given_back_after_it_moved_is_told_as_stale) {
   expect_on_release([](char *block) { (void)!orv_realloc(block, 16, "g", "q"); },
                     // Its record is in use again, for the block that moved.

@@ -89,6 +89,47 @@ TEST_F(Texts, a_block_released_before_its_record_was_used_again_is_described_wit
             "The pointer 0xADDRESS referenced free'd data.\n");
 }
 
+// What the system's own notes may look like.
+void overwrite_header(char *block) {
+  memset(block - 8, 0x5B, 8);
+}
+
+TEST_F(Texts, a_released_block_is_known_by_its_record_once_the_system_wrote_over_its_header) {
+  EXPECT_EQ(
+      description_of([](char *block) {
+        release(block);
+        overwrite_header(block);
+        return block;
+      }),
+      std::string("The pointer 0xADDRESS referenced free'd data.  Before being free'd, the ") +
+          kOrigin);
+}
+
+TEST_F(Texts, the_latest_release_at_an_address_is_described) {
+  EXPECT_EQ(description_of([](char *block) {
+              void *later = hidden(orv_malloc(24, "g", "q"));
+              release(block);
+              release(later);
+              orv::alloc::state.records[1].ptr = block;
+              overwrite_header(block);
+              return block;
+            }),
+            "The pointer 0xADDRESS referenced free'd data.  Before being free'd, the pointer was "
+            "allocated by orv_malloc with a length of 24.  The storage was allocated in the "
+            "function g for q.  \n");
+}
+
+TEST_F(Texts, an_overwritten_header_hides_a_live_block_whatever_stood_there_before) {
+  EXPECT_EQ(description_of([](char *block) {
+              (void)!hidden(orv_malloc(24, "g", "q"));
+              release(block);
+              orv::alloc::state.records[1].ptr = block;
+              overwrite_header(block);
+              return block;
+            }),
+            "The pointer 0xADDRESS referenced data that was corrupted at the beginning.\n");
+}
+
 TEST_F(Texts, an_unaligned_record_is_still_described_by_its_origin) {
   const Outcome outcome = run_in_debug_mode([] {
     (void)!block_of(8);

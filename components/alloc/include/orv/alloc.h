@@ -305,9 +305,9 @@ ORV_API uint32_t orv_malloc_bytes_requested(void);
  * What is caught: giving back or resizing an address that was never handed out, a block that was
  * given back already, and a block whose surroundings were overwritten. The process then ends with
  * exit status 1 and a sentence that says what is wrong with the pointer, who allocated the block
- * and which call it was given to. A block given back twice is told as such as long as the system
- * has left its header alone, otherwise as corrupted at the beginning. The 8 bytes before any
- * pointer that the calls are given must be readable.
+ * and which call it was given to. A block given back twice is told as such until its address is
+ * handed out again or its record serves another block. The 8 bytes before any pointer that the
+ * calls are given must be readable.
  * @{
  */
 
