@@ -15,9 +15,9 @@ readonly project jobs
   test_needs=("${build_needs[@]}" "libgtest-dev=/usr/include/gtest/gtest.h"
     "libgmock-dev=/usr/include/gmock/gmock.h" "pkg-config=pkg-config" "binutils=nm" "gdb=gdb")
   check_needs=("${test_needs[@]}" "clang=clang" "clang-format=clang-format"
-    "clang-tidy=clang-tidy" "cppcheck=cppcheck" "valgrind=valgrind"
-    "libc6-dbg=/usr/lib/debug/.build-id" "shellcheck=shellcheck" "pmccabe=pmccabe"
-    "python3=python3")
+    "clang-tidy=clang-tidy" "libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang/14.0.6/lib/linux"
+    "cppcheck=cppcheck" "valgrind=valgrind" "libc6-dbg=/usr/lib/debug/.build-id"
+    "shellcheck=shellcheck" "pmccabe=pmccabe" "python3=python3")
 }
 
 say() {
