@@ -1,6 +1,8 @@
 // The trace log's choice of destination against a plain model: random environments, directories,
 // suffixes, login names and times must open the same paths, in the same mode and after the same
 // pauses, and must leave the same streams. The files themselves are made up.
+#include "bytes.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -17,18 +19,8 @@
 
 namespace {
 
-// Takes the fuzzer's bytes apart; gives zeros once they are used up.
-struct Input {
-  const uint8_t *data;
-  size_t left;
-
-  unsigned byte() {
-    if (left == 0)
-      return 0;
-    left--;
-    return *data++;
-  }
-
+// What the fuzzer's bytes mean here.
+struct Input : Bytes {
   // A word that means something, a few bytes, or a path of about the length of an area.
   std::string text() {
     static const char *const words[] = {"",       "0",      "1",    "2",  "stdout", "StdOut",

@@ -2,6 +2,7 @@
 // random pieces, handlers and idle callbacks that reset, replace and use the buffer in the middle.
 // After each step both must have handed over the same messages and hold the same bytes.
 #include "../tests/platform/socket/message_model.h"
+#include "bytes.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -20,19 +21,6 @@ namespace {
 constexpr size_t kReceiveSize = 8192;
 constexpr size_t kMostWaiting = 60000; // what a socket pair surely holds
 
-// Takes the fuzzer's bytes apart; gives zeros once they are used up.
-struct Input {
-  const uint8_t *data;
-  size_t left;
-
-  unsigned byte() {
-    if (left == 0)
-      return 0;
-    left--;
-    return *data++;
-  }
-};
-
 // What happens between two steps, while a callback runs.
 enum class Action { nothing, feed, reset, replace, receive, dispatch };
 
@@ -41,7 +29,7 @@ struct Step {
   std::string bytes;
 };
 
-std::string piece_of(Input &input) {
+std::string piece_of(Bytes &input) {
   static constexpr char kKinds[] = {'\r', '\n', '\0', 'a'};
   std::string bytes;
   const unsigned kind = input.byte();
@@ -59,7 +47,7 @@ std::string piece_of(Input &input) {
   return bytes;
 }
 
-Step step_of(Input &input) {
+Step step_of(Bytes &input) {
   Step step;
   switch (input.byte() % 8) {
   case 0:
@@ -309,7 +297,7 @@ void compare(const Model &expected) {
 }
 
 // Both get the same steps for the callbacks of the next call.
-void write_scripts(Input &input, Model &expected) {
+void write_scripts(Bytes &input, Model &expected) {
   Script handler = {.steps = {}, .next = 0};
   Script idling = {.steps = {}, .next = 0};
   for (unsigned i = input.byte() % 4; i > 0; i--)
@@ -321,7 +309,7 @@ void write_scripts(Input &input, Model &expected) {
 }
 
 // False when the step would end the process by the buffer's assertion.
-bool take_step(Input &input, Model &expected) {
+bool take_step(Bytes &input, Model &expected) {
   write_scripts(input, expected);
   if (input.byte() % 2 == 0) {
     const Step step = step_of(input);
@@ -342,7 +330,7 @@ bool take_step(Input &input, Model &expected) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   msg_clear_streams(MSG_WARN); // of messages with too many lines
-  Input input = {.data = data, .left = size};
+  Bytes input = {.data = data, .left = size};
   const char fill = "\r\n?"[input.byte() % 3];
   Model expected;
   for (int i = 0; i < 2; i++) {

@@ -1,5 +1,7 @@
 // The message writer against a plain model: random sequences of message calls, widths, prefixes,
 // solo switches and continuations must give the same bytes on every type's stream.
+#include "bytes.h"
+
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -9,18 +11,8 @@
 
 namespace {
 
-// Takes the fuzzer's bytes apart; gives zeros once they are used up.
-struct Input {
-  const uint8_t *data;
-  size_t left;
-
-  unsigned byte() {
-    if (left == 0)
-      return 0;
-    left--;
-    return *data++;
-  }
-
+// What the fuzzer's bytes mean here.
+struct Input : Bytes {
   std::string text(size_t longest) {
     static const char kinds[] = "abcdefgh   \t\n  xyz\n";
     size_t length = byte() % 8 == 0 ? (byte() * 256U + byte()) % longest : byte() % 40U;

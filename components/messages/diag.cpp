@@ -3,6 +3,7 @@
 #include <orv/diag.h>
 
 #include "common/guards.h"
+#include "messages/state.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -18,19 +19,8 @@
 namespace orv::messages {
 namespace {
 
-constexpr size_t kDirectoryBytes = 4096;
-constexpr size_t kLoginNameBytes = 256;
 constexpr size_t kPathBytes = 4096; // no longer path can be opened
 constexpr size_t kErrorTextBytes = 256;
-
-struct DiagState {
-  char directory[kDirectoryBytes];  // what diag_set_dir stored; empty: the default directory
-  char login_name[kLoginNameBytes]; // empty until the system could tell it
-  int stamped_log_attempted;        // 1 once diag_open_stamped_log was called
-  bool echo_decided;                // the environment was asked about the echo
-  FILE *echo;                       // takes diag_perror's lines too; null: none
-};
-constinit DiagState diag_state = {};
 
 constexpr const char *kPathVariable = "ORV_DIAGNOSTICS_PATH";
 
@@ -92,25 +82,25 @@ void trace_to_file(const char *path) {
 // Stores the directory, which may lie in the store itself. One that does not fit is refused.
 void store_directory(const char *directory) {
   const size_t length = strlen(directory);
-  if (length < sizeof diag_state.directory)
-    memmove(diag_state.directory, directory, length + 1);
+  if (length < sizeof state.diag.directory)
+    memmove(state.diag.directory, directory, length + 1);
   else
-    diag_state.directory[0] = '\0';
+    state.diag.directory[0] = '\0';
 }
 
 const char *login_name() {
-  if (diag_state.login_name[0] == '\0') {
+  if (state.diag.login_name[0] == '\0') {
     const char *name = getlogin();
-    if (name != nullptr && strlen(name) < sizeof diag_state.login_name)
-      memcpy(diag_state.login_name, name, strlen(name) + 1);
+    if (name != nullptr && strlen(name) < sizeof state.diag.login_name)
+      memcpy(state.diag.login_name, name, strlen(name) + 1);
   }
-  return diag_state.login_name;
+  return state.diag.login_name;
 }
 
 void open_process_log() {
   char path[kPathBytes];
   const int length =
-      snprintf(path, sizeof path, "%s/orv%d%s.log", diag_state.directory, getpid(), login_name());
+      snprintf(path, sizeof path, "%s/orv%d%s.log", state.diag.directory, getpid(), login_name());
   if (is_whole_path(length))
     trace_to_file(path);
 }
@@ -158,12 +148,12 @@ void open_stamped_log(const char *directory, const char *suffix) {
 // Kept: any value of the variable, "2" and "stderr" included, means standard output; errors that
 // the program handles do not belong among its error messages.
 FILE *echo_stream() {
-  if (!diag_state.echo_decided) {
+  if (!state.diag.echo_decided) {
     const char *wish = getenv("ORV_PERROR");
-    diag_state.echo = wish != nullptr && *wish != '\0' ? stdout : nullptr;
-    diag_state.echo_decided = true;
+    state.diag.echo = wish != nullptr && *wish != '\0' ? stdout : nullptr;
+    state.diag.echo_decided = true;
   }
-  return diag_state.echo;
+  return state.diag.echo;
 }
 
 } // namespace
@@ -172,27 +162,27 @@ FILE *echo_stream() {
 using namespace orv::messages;
 
 const char *diag_get_dir() {
-  if (diag_state.directory[0] != '\0')
-    return diag_state.directory;
+  if (state.diag.directory[0] != '\0')
+    return state.diag.directory;
   return first_set(kDirectoryVariables, "/tmp");
 }
 
 const char *diag_set_dir(const char *dir) {
   if (dir == nullptr || *dir == '\0') {
-    diag_state.directory[0] = '\0';
+    state.diag.directory[0] = '\0';
     dir = diag_get_dir();
   }
   store_directory(dir);
   // Kept: every destination is forgotten, streams that the program added itself too and even when
   // no log can be opened; the files that were open stay so.
   msg_clear_streams(MSG_DIAG);
-  if (is_writable_directory(diag_state.directory))
+  if (is_writable_directory(state.diag.directory))
     open_process_log();
-  return diag_state.directory;
+  return state.diag.directory;
 }
 
 void diag_open_stamped_log(const char *suffix) {
-  diag_state.stamped_log_attempted = 1;
+  state.diag.stamped_log_attempted = 1;
   const char *value = getenv(kPathVariable);
   const char *wish = value != nullptr ? value : "";
   switch (destination_of(wish)) {
@@ -210,7 +200,7 @@ void diag_open_stamped_log(const char *suffix) {
 }
 
 int diag_stamped_log_attempted() {
-  return diag_state.stamped_log_attempted;
+  return state.diag.stamped_log_attempted;
 }
 
 void diag_perror(const char *what) {

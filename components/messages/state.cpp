@@ -24,6 +24,7 @@ constinit State state = {
     .retired = nullptr,
     .area_held = 0,
     .area = {},
+    .diag = {},
 };
 
 void release_text_when_idle(const char *text) {

@@ -35,6 +35,18 @@ struct RetiredText {
   char *text;
 };
 
+constexpr size_t kDirectoryBytes = 4096;
+constexpr size_t kLoginNameBytes = 256;
+
+// What the diagnostic log keeps.
+struct DiagState {
+  char directory[kDirectoryBytes];  // what diag_set_dir stored; empty: the default directory
+  char login_name[kLoginNameBytes]; // empty until the system could tell it
+  int stamped_log_attempted;        // 1 once diag_open_stamped_log was called
+  bool echo_decided;                // the environment was asked about the echo
+  FILE *echo;                       // takes diag_perror's lines too; null: none
+};
+
 struct State {
   // In the order of the types' values. First: diag_printf tests a count at a fixed place.
   msg_stream_desc streams[kTypeCount];
@@ -49,6 +61,7 @@ struct State {
   RetiredText *retired;         // given back when no message is in progress
   size_t area_held;             // bytes of the area that messages in progress take up
   char area[kTextAreaSize];     // holds ordinary texts, and what fits when the heap refuses
+  DiagState diag;
 };
 
 extern constinit State state __attribute__((visibility("hidden")));
