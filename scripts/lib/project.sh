@@ -6,14 +6,16 @@ project=$(cd -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/../.." &&
 jobs=$(nproc)
 readonly project jobs
 
-# What is needed, as PACKAGE=SIGN: the Debian package, and the command or the file that shows that
-# the thing is there (whoever installed it).
+# What is needed, as PACKAGE=SIGN: the Debian package, and the command, the file or the host name that
+# shows that the thing is there (whoever installed it). A system without an /etc/hosts takes
+# localhost for some stranger.
 # shellcheck disable=SC2034 # read by the scripts that source this file
 {
   build_needs=("cmake=cmake" "ninja-build=ninja" "gcc=gcc" "g++=g++"
     "libc6-dev=/usr/include/stdio.h" "libstdc++-12-dev=/usr/include/c++")
   test_needs=("${build_needs[@]}" "libgtest-dev=/usr/include/gtest/gtest.h"
-    "libgmock-dev=/usr/include/gmock/gmock.h" "pkg-config=pkg-config" "binutils=nm" "gdb=gdb")
+    "libgmock-dev=/usr/include/gmock/gmock.h" "pkg-config=pkg-config" "binutils=nm" "gdb=gdb"
+    "libnss-myhostname=host:localhost")
   check_needs=("${test_needs[@]}" "clang=clang" "clang-format=clang-format"
     "clang-tidy=clang-tidy" "libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang/14.0.6/lib/linux"
     "cppcheck=cppcheck" "valgrind=valgrind" "libc6-dbg=/usr/lib/debug/.build-id"
@@ -33,6 +35,7 @@ die() {
 is_present() {
   case $1 in
     /*) [ -e "$1" ] ;;
+    host:*) getent ahostsv4 "${1#host:}" | grep -q '^127\.' ;;
     *) command -v "$1" >/dev/null ;;
   esac
 }

@@ -28,11 +28,11 @@ TEST_F(Debugger, runs_the_survey_with_its_arguments) {
   if (!is_there())
     GTEST_SKIP() << "there is no gdb that can run a program here";
   tree.add_file("file", "one two\n");
-  const Outcome outcome = run_survey(
-      {"--totals", tree.path, "__ORV_DEBUG__", "using",
-       "gdb -nx -batch -ex 'break platform_args_hook' -ex run -ex continue --args $ORV_EXE "
-       "$ORV_EXE_PARMS"},
-      {kNoLeakCheck});
+  const Outcome outcome =
+      run_survey({"--totals", tree.path, "__ORV_DEBUG__", "using",
+                  "gdb -nx -batch -ex 'break platform_args_hook' -ex run -ex continue --args "
+                  "\"$ORV_EXE\" $ORV_EXE_PARMS"},
+                 {kNoLeakCheck});
   EXPECT_THAT(outcome.out, HasSubstr("Breakpoint 1, "));
   EXPECT_THAT(outcome.out, HasSubstr("    1     2     8  total of 1 file\n"));
   EXPECT_THAT(outcome.out, HasSubstr("orv_malloc_debug_report: No storage was allocated\n"));
@@ -43,9 +43,10 @@ TEST_F(Debugger, runs_the_survey_with_its_arguments) {
 TEST_F(Debugger, is_asked_for_in_the_environment_too) {
   if (!is_there())
     GTEST_SKIP() << "there is no gdb that can run a program here";
-  const Outcome outcome = run_survey(
-      {tree.path},
-      {{"ORV_DEBUG", "using gdb -nx -batch -ex run --args $ORV_EXE $ORV_EXE_PARMS"}, kNoLeakCheck});
+  const Outcome outcome =
+      run_survey({tree.path},
+                 {{"ORV_DEBUG", "using gdb -nx -batch -ex run --args \"$ORV_EXE\" $ORV_EXE_PARMS"},
+                  kNoLeakCheck});
   EXPECT_THAT(outcome.out, HasSubstr("total of 0 files\n"));
   EXPECT_THAT(outcome.out, HasSubstr("exited normally"));
 }

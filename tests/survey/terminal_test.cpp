@@ -50,8 +50,17 @@ class Terminal : public SurveyTest {
 protected:
   void SetUp() override {
     SurveyTest::SetUp();
+    if (!is_there())
+      GTEST_SKIP() << "no pseudo-terminal can be had: is /dev/pts mounted?";
     tree.add_file(kLongName, "x y\n");
     tree.add_file("file", "x\n");
+  }
+  static bool is_there() {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    const bool whole = master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0 &&
+                       access(ptsname(master), R_OK) == 0;
+    close(master);
+    return whole;
   }
   static constexpr char kLongName[] =
       "a name of many words that has to be wrapped because it is far too long for one line of a "

@@ -200,9 +200,13 @@ TEST_F(Operation, takes_a_shell_set_empty_as_it_is) {
 }
 
 TEST_F(Operation, executes_a_program_with_the_operands_as_its_arguments) {
-  const Outcome outcome = carry_out("exec " LAUNCH_PROBE " one two");
-  EXPECT_EQ(outcome.out, "3: [" LAUNCH_PROBE "] [one] [two]\nORV_DEBUG=(unset)\n"
-                         "ORV_DEBUG_PROMPT=debug prog\nORV_EXE=/opt/x/prog\nORV_EXE_PARMS=a b\n");
+  const TemporaryFolder folder;
+  const std::string probe = probe_without_blanks(folder);
+  const Outcome outcome = carry_out("exec " + probe + " one two");
+  EXPECT_EQ(outcome.out,
+            "3: [" + probe +
+                "] [one] [two]\nORV_DEBUG=(unset)\n"
+                "ORV_DEBUG_PROMPT=debug prog\nORV_EXE=/opt/x/prog\nORV_EXE_PARMS=a b\n");
 }
 
 TEST_F(Operation, executes_without_a_shell) {

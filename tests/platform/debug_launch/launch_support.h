@@ -68,6 +68,14 @@ public:
   std::string path;
 };
 
+// The probe as operands can name it, which are taken apart at blanks: the project may lie in a
+// folder with one in its name.
+inline std::string probe_without_blanks(const TemporaryFolder &folder) {
+  const std::string link = folder.path + "/launch_probe";
+  std::filesystem::create_symlink(LAUNCH_PROBE, link);
+  return link;
+}
+
 // The variables that the start-up call reads, none of them set.
 inline const support::Environment kNoRequest = {
     {"ORV_DEBUG", nullptr},        {"ORV_DIAGNOSTICS_PATH", nullptr},

@@ -43,15 +43,18 @@ TEST_F(Program, waits_for_a_line_on_request) {
 }
 
 TEST_F(Program, starts_again_under_a_command) {
-  EXPECT_EQ(run({"a", "b", "__ORV_DEBUG__", "using", "$ORV_EXE $ORV_EXE_PARMS c"}).out,
+  EXPECT_EQ(run({"a", "b", "__ORV_DEBUG__", "using", "\"$ORV_EXE\" $ORV_EXE_PARMS c"}).out,
             "4: [" LAUNCH_PROBE "] [a] [b] [c]\nORV_DEBUG=(unset)\n"
             "ORV_DEBUG_PROMPT=debug launch_probe\nORV_EXE=" LAUNCH_PROBE "\nORV_EXE_PARMS=a b\n");
 }
 
 TEST_F(Program, does_not_start_itself_over_and_over) {
-  EXPECT_EQ(run({"a"}, "exec " LAUNCH_PROBE " again").out,
-            "2: [" LAUNCH_PROBE "] [again]\nORV_DEBUG=\nORV_DEBUG_PROMPT=debug launch_probe\n"
-            "ORV_EXE=" LAUNCH_PROBE "\nORV_EXE_PARMS=a\n");
+  const TemporaryFolder folder;
+  const std::string probe = probe_without_blanks(folder);
+  EXPECT_EQ(run({"a"}, ("exec " + probe + " again").c_str()).out,
+            "2: [" + probe +
+                "] [again]\nORV_DEBUG=\nORV_DEBUG_PROMPT=debug launch_probe\n"
+                "ORV_EXE=" LAUNCH_PROBE "\nORV_EXE_PARMS=a\n");
 }
 
 TEST_F(Program, ends_with_status_1_for_a_request_it_does_not_know) {

@@ -1,5 +1,6 @@
 // Sending: bytes, lines and messages, how they are gathered, and what failures come to.
 #include "platform/socket/socket_test.h"
+#include "support/child.h"
 
 #include <climits>
 #include <csignal>
@@ -162,13 +163,8 @@ private:
   char *text;
 };
 
-bool under_valgrind() {
-  const char *preloaded = getenv("LD_PRELOAD");
-  return preloaded != nullptr && strstr(preloaded, "vgpreload") != nullptr;
-}
-
 TEST_F(Sending, refuses_a_line_whose_length_no_int_holds) {
-  if (under_valgrind())
+  if (support::under_valgrind())
     GTEST_SKIP() << "2 GB are too many for valgrind";
   const HugeText text(static_cast<size_t>(INT_MAX) - 1);
   EXPECT_EQ(platform_sock_send_line(ours, text.get()), 0);
