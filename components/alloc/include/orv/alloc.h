@@ -307,7 +307,8 @@ ORV_API uint32_t orv_malloc_bytes_requested(void);
  * exit status 1 and a sentence that says what is wrong with the pointer, who allocated the block
  * and which call it was given to. A block given back twice is told as such until its address is
  * handed out again or its record serves another block. The 8 bytes before any pointer that the
- * calls are given must be readable.
+ * calls are given must be readable, or the process ends by a signal: so it does when a large block
+ * is given back twice, whose memory the system has taken away.
  * @{
  */
 
@@ -371,7 +372,6 @@ ORV_API void orv_set_malloc_free_report_threshold(int size);
 
 #ifdef __cplusplus
 }
-/* NOLINTNEXTLINE(bugprone-macro-parentheses): a type cannot stand in parentheses here */
 /* NOLINTNEXTLINE(bugprone-macro-parentheses): a type cannot be put into parentheses here. */
 #define ORV_TYPED_(type, block) (static_cast<type *>(block))
 #else
