@@ -169,6 +169,11 @@ TEST_F(Calls, trivial_calls_and_free_are_not_noted_as_allocations) {
   EXPECT_FALSE(allocation_was_noted([] { (void)!orv_strdup_at(nullptr, "M", 1, "x.c"); }));
   EXPECT_FALSE(allocation_was_noted([] { (void)!orv_realloc(nullptr, 0, "f", "p"); }));
   EXPECT_FALSE(allocation_was_noted([] { (void)!orv_realloc(malloc(8), 0, "f", "p"); }));
+  EXPECT_FALSE(allocation_was_noted([] { (void)!orv_realloc_if_room(malloc(8), 0); }));
+  EXPECT_FALSE(allocation_was_noted([] { (void)!orv_realloc_at(malloc(8), 0, "M", 1, "x.c"); }));
+  EXPECT_FALSE(allocation_was_noted([] { (void)!orv_malloc_if_room(0); }));
+  EXPECT_FALSE(allocation_was_noted([] { (void)!orv_calloc_if_room(0, 5); }));
+  EXPECT_FALSE(allocation_was_noted([] { (void)!orv_calloc_at(5, 0, "M", 1, "x.c"); }));
   EXPECT_FALSE(allocation_was_noted([] { orv_free(malloc(8)); }));
   EXPECT_FALSE(allocation_was_noted([] { orv_free(nullptr); }));
 }
@@ -183,8 +188,19 @@ TEST_F(Calls, every_other_allocation_call_is_noted) {
   EXPECT_TRUE(allocation_was_noted([] { (void)!orv_malloc_if_room(1); }));
   EXPECT_TRUE(allocation_was_noted([] { (void)!orv_calloc_if_room(1, 1); }));
   EXPECT_TRUE(allocation_was_noted([] { (void)!orv_realloc_if_room(malloc(8), 1); }));
+  EXPECT_TRUE(allocation_was_noted([] { (void)!orv_realloc_if_room(nullptr, 1); }));
   EXPECT_TRUE(allocation_was_noted([] { (void)!orv_malloc_at(1, "M", 1, "x.c"); }));
+  EXPECT_TRUE(allocation_was_noted([] { (void)!orv_calloc_at(1, 1, "M", 1, "x.c"); }));
+  EXPECT_TRUE(allocation_was_noted([] { (void)!orv_realloc_at(nullptr, 1, "M", 1, "x.c"); }));
+  EXPECT_TRUE(allocation_was_noted([] { (void)!orv_realloc_at(malloc(8), 1, "M", 1, "x.c"); }));
+  EXPECT_TRUE(allocation_was_noted([] { (void)!orv_strdup_at("", "M", 1, "x.c"); }));
+  EXPECT_TRUE(allocation_was_noted([] { (void)!orv_strdup2_at("", "", "M", 1, "x.c"); }));
   EXPECT_TRUE(allocation_was_noted([] { (void)!orv_printf_strdup("x"); }));
+}
+
+TEST_F(Calls, a_product_that_overflows_to_nothing_is_noted_too) {
+  const size_t half = hidden(SIZE_MAX / 2 + 1);
+  EXPECT_TRUE(allocation_was_noted([=] { (void)!orv_calloc(half, 2, "f", "p"); }));
 }
 
 TEST_F(Calls, a_refused_allocation_is_noted_too) {
@@ -270,6 +286,8 @@ TEST_F(Calls, macros_pass_their_name_place_and_size_and_give_the_type) {
   expect_line("     1 0xADDRESS      16 ORV_MALLOC_STRUCT    1001                 macros.c");
   expect_line("     2 0xADDRESS      64 ORV_CALLOC_ARRAY     1002                 macros.c");
   expect_line("     3 0xADDRESS       5 ORV_STRDUP           1003                 macros.c");
+  expect_line("     4 0xADDRESS       3 ORV_STRDUP           1004                 macros.c");
+  expect_line("     5 0xADDRESS       4 ORV_STRDUP           1004                 macros.c");
   expect_line("     6 0xADDRESS       6 ORV_STRDUP           1004                 macros.c");
 }
 

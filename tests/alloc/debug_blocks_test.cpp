@@ -221,8 +221,10 @@ TEST_F(Table, that_cannot_grow_ends_the_process) {
 TEST_F(Blocks, of_a_refused_resize_stay_usable_but_have_lost_their_record) {
   auto *block = static_cast<char *>(hidden(orv_malloc(8, "f", "p")));
   memcpy(block, "1234567", 8);
+  const uint32_t requested = orv_malloc_bytes_requested();
   support::refuse("realloc", ENOMEM, 0, 1);
   EXPECT_EQ(orv_realloc_if_room(block, 100), nullptr);
+  EXPECT_EQ(orv_malloc_bytes_requested(), requested + 112);
   EXPECT_STREQ(block, "1234567");
   EXPECT_EQ(word_at<uint32_t>(block, -4), kFreed);
   EXPECT_EQ(orv_malloc_mem_used(), 0U);

@@ -3,6 +3,9 @@
 #include "alloc/alloc_test.h"
 
 #include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 using namespace alloc_test;
@@ -130,6 +133,51 @@ TEST_F(Mode, 2_verifies_the_heap_before_each_allocation) {
   expect_damage_told(
       call_in_damaged_heap([](char *) { (void)!orv_realloc(nullptr, 1, nullptr, "q"); }),
       "orv_realloc: The heap was corrupted. (Currently allocating storage for q)");
+}
+
+// Told when the process ends: what the system had been asked for until then.
+void tell_requests() {
+  printf("%u bytes, %ld reallocs\n", orv_malloc_bytes_requested(), support::calls("realloc"));
+}
+
+TEST_F(Mode, 2_verifies_the_heap_before_the_system_is_asked) {
+  for (const auto &call : std::initializer_list<std::function<void(char *)>>{
+           [](char *) { (void)!orv_malloc(1000, "g", "q"); },
+           [](char *) { (void)!orv_strdup2("one", "two", "g", "q"); },
+           [](char *sound) { (void)!orv_realloc(sound, 1000, "g", "q"); }}) {
+    const Outcome outcome = call_in_damaged_heap([&](char *sound) {
+      atexit(tell_requests);
+      call(sound);
+    });
+    EXPECT_EQ(outcome.out, "84 bytes, 0 reallocs\n");
+    EXPECT_EQ(outcome.exit_status, 1);
+  }
+}
+
+TEST_F(Mode, 2_verifies_the_heap_before_the_buffer_of_a_formatted_text) {
+  expect_damage_told(call_in_damaged_heap([](char *) { (void)!orv_printf_strdup("text"); }),
+                     "orv_malloc: The heap was corrupted. (Currently inside of orv_vprintf_strdup, "
+                     "allocating storage for buffer allocation)");
+}
+
+TEST_F(Mode, 2_rejects_an_unaligned_pointer_before_it_verifies) {
+  expect_fatal(call_in_damaged_heap([](char *sound) { release(sound + 4); }),
+               "orv_free was passed an invalid pointer: 0xADDRESS");
+  expect_fatal(
+      call_in_damaged_heap([](char *sound) { (void)!orv_realloc(sound + 4, 1, "g", "q"); }),
+      "orv_realloc was passed an invalid pointer: 0xADDRESS");
+}
+
+TEST_F(Mode, 2_neither_verifies_nor_warns_for_a_description_or_a_report) {
+  const Outcome outcome = call_in_damaged_heap([](char *sound) {
+    orv_malloc_describe_ptr(sound);
+    orv_malloc_debug_report(0);
+  });
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(masked(outcome.out),
+            "The pointer 0xADDRESS referenced valid data.  The pointer was allocated by orv_malloc "
+            "with a length of 16.  The storage was allocated in the function f for p.  \n"
+            "orv_malloc_debug_report: 48 bytes allocated, 3 pointers (2 invalid or corrupted!)\n");
 }
 
 TEST_F(Mode, 2_verifies_the_heap_before_each_release_and_resize) {
@@ -288,6 +336,43 @@ TEST_F(Mode, announces_every_release_with_a_threshold_of_0_and_none_at_first) {
               release(block_of(1));
             }).err,
             "");
+}
+
+TEST_F(Mode, announces_by_a_threshold_that_was_set_before_it_was_switched_on) {
+  const Outcome outcome = run_unwrapped([] {
+    orv_set_malloc_free_report_threshold(2);
+    orv_enable_malloc_debug(ORV_MALLOC_CHECK_PTR);
+    release(block_of(1));
+    release(block_of(2));
+  });
+  EXPECT_EQ(masked(outcome.err), "Warning: (orv_free): Freeing a pointer (0xADDRESS) which pointed "
+                                 "to 2 bytes of data.  \n");
+}
+
+// What is announced has been subtracted already, but still carries its header: told by a stream
+// that looks while the warning is written to it.
+void *announced_block;
+
+ssize_t look_while_writing(void *, const char *, size_t size) {
+  uint32_t word;
+  memcpy(&word, static_cast<char *>(announced_block) - 4, sizeof word);
+  printf("%u %X\n", orv_malloc_mem_used(), word);
+  return static_cast<ssize_t>(size);
+}
+
+TEST_F(Mode, announces_a_release_between_its_subtraction_and_its_mark) {
+  const Outcome outcome = run_in_debug_mode([] {
+    FILE *stream = fopencookie(
+        nullptr, "w",
+        {.read = nullptr, .write = look_while_writing, .seek = nullptr, .close = nullptr});
+    setvbuf(stream, nullptr, _IONBF, 0);
+    msg_clear_streams(MSG_WARN);
+    msg_add_stream(MSG_WARN, stream);
+    announced_block = block_of(100);
+    orv_set_malloc_free_report_threshold(100);
+    release(announced_block);
+  });
+  EXPECT_EQ(outcome.out.substr(0, outcome.out.find('\n') + 1), "0 5739E56A\n");
 }
 
 TEST_F(Mode, announces_nothing_while_it_is_off) {

@@ -272,6 +272,13 @@ TEST_F(Refusals, without_a_handler_the_sentence_is_a_fatal_error) {
                "f (via orv_malloc): Not enough memory to allocate 100 bytes for p.");
   expect_fatal(refuse_without_handler([] { (void)!orv_malloc(100, "f", nullptr); }),
                "orv_malloc: Not enough memory to allocate 100 bytes.");
+  expect_fatal(run_unwrapped([] {
+                 orv_set_malloc_failure_handler(nullptr);
+                 support::refuse("malloc", EAGAIN, 0, 1);
+                 (void)!orv_malloc_if_room(100);
+               }),
+               std::string("orv_malloc_if_room: ") + strerror(EAGAIN) +
+                   " while trying to allocate 100 bytes.");
   expect_fatal(refuse_without_handler([] { (void)!orv_malloc_at(100, "100%s", 1, "%d.c"); }),
                "100%s in %d.c, line 1: Not enough memory to allocate 100 bytes.");
 #line 1234 "refusal_test.cpp"

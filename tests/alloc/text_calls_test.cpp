@@ -218,6 +218,19 @@ TEST_F(TextCallsInDebugMode, a_refused_growth_leaves_no_storage_behind) {
   EXPECT_EQ(orv_malloc_mem_used(), 0U);
 }
 
+TEST_F(TextCalls, formatted_texts_are_recorded_under_the_call_that_gave_their_buffer) {
+  const Outcome outcome = run_in_debug_mode([] {
+    (void)!orv_printf_strdup("short");
+    (void)!orv_printf_strdup("%s", "more than sixteen characters");
+    orv_malloc_debug_report(1);
+  });
+  const std::string shown = masked(outcome.out);
+  for (const char *line :
+       {"     0 0xADDRESS      16 orv_malloc           orv_vprintf_strdup   buffer allocation\n",
+        "     1 0xADDRESS      30 orv_realloc          orv_vprintf_strdup   buffer resize\n"})
+    EXPECT_NE(shown.find(line), std::string::npos) << line << "in\n" << shown;
+}
+
 TEST_F(TextCallsInDebugMode, formatted_texts_are_blocks_of_the_library) {
   char *text = orv_printf_strdup("%s", "more than sixteen characters");
   EXPECT_STREQ(text, "more than sixteen characters");
