@@ -16,6 +16,7 @@
 namespace orv {
 namespace {
 
+constexpr int kHighestPort = 65535;
 constexpr int kListenBacklog = 1;
 constexpr int kAcceptAttempts = 500;
 
@@ -25,6 +26,11 @@ constexpr int kGiveUp = -2;
 
 // Null, with errno set, when the lookup failed.
 addrinfo *look_up(const char *host, int port) {
+  // The system would cut the number to 16 bits, and so find a port that nobody asked for.
+  if (port < 0 || port > kHighestPort) {
+    errno = EADDRNOTAVAIL;
+    return nullptr;
+  }
   char service[16];
   snprintf(service, sizeof service, "%d", port);
   addrinfo hints{};

@@ -6,6 +6,7 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -346,6 +347,23 @@ TEST_F(Accepting, waits_again_with_the_full_time_after_an_interruption) {
   EXPECT_EQ(support::calls("select"), 2);
   EXPECT_EQ(support::last_size("select"), 7000000U);
   EXPECT_GE(client, 0);
+}
+
+// The system takes the time that was waited off the time-out of a select that a signal ends.
+TEST_F(Accepting, sets_the_time_up_anew_after_a_signal) {
+  static int free_port;
+  static int client;
+  free_port = port;
+  client = -1;
+  struct sigaction connecting = {};
+  connecting.sa_handler = [](int) { client = platform_sock_connect("localhost", free_port); };
+  sigaction(SIGALRM, &connecting, nullptr);
+  const itimerval soon = {.it_interval = {0, 0}, .it_value = {0, 50000}};
+  setitimer(ITIMER_REAL, &soon, nullptr);
+  const int sock = keep_open(platform_sock_accept_timeout(listening, 15));
+  expect_connected(keep_open(client), sock);
+  EXPECT_EQ(support::calls("select"), 2);
+  EXPECT_EQ(support::last_size("select"), 15000000U);
 }
 
 TEST_F(Accepting, goes_on_after_every_kind_of_interruption) {

@@ -511,14 +511,15 @@ ORV_API int platform_fd_set_blocking(int fd, int blocking);
  * The ports are tried in order. One that cannot be bound or listened on is passed over; no address
  * reuse is asked for, so a port that an earlier connection still holds counts as taken. A lookup
  * of "localhost" that fails, or that first finds something else than an IPv4 or IPv6 address that
- * is not multicast, fails the whole call.
+ * is not multicast, fails the whole call. So does reaching a port outside 0 to 65535.
  *
  * @param first    the first port. Port 0 lets the system pick one, but `port_out` then tells 0.
  * @param end      the port after the last one; a range that is empty fails at once
  * @param port_out receives the port, or null; untouched on failure
  * @return the listening socket, for one connection: an accept call closes it. On failure -1,
  *         reported as "server sock open failed ". errno is the failure of the last port,
- *         EADDRNOTAVAIL after a lookup that found nothing of use, or EINVAL for an empty range.
+ *         EADDRNOTAVAIL after a lookup that found nothing of use and for a port out of range, or
+ *         EINVAL for an empty range.
  *
  * The lookup behind a socket that was opened is never released.
  */
@@ -557,9 +558,10 @@ ORV_API int platform_sock_accept_timeout(int listening, int seconds);
  * (TCP_NODELAY), where that can be set. The host's lookup is never released.
  *
  * @param host a name or a dotted address; null stands for the host itself
- * @param port the port
+ * @param port the port, 0 to 65535
  * @return the connected socket, which the caller closes; or -1, with errno of the last address, or
- *         EADDRNOTAVAIL when the lookup found none. Nothing is reported.
+ *         EADDRNOTAVAIL when the lookup found none or the port is out of range. Nothing is
+ *         reported.
  */
 ORV_API int platform_sock_connect(const char *host, int port);
 
