@@ -45,7 +45,7 @@ int receive_once(int sock, void *buffer, int length) {
 // FD_SET writes beyond its set for a descriptor of 1024 or more; the system itself reads just as
 // many words as the descriptor needs.
 int select_readable(int fd, timeval limit) {
-  if (fd < 0) {
+  if (fd < 0 || fd == INT_MAX) { // select takes the number after the descriptor
     errno = EBADF;
     return -1;
   }

@@ -2,10 +2,12 @@
 #include "platform/socket/socket_test.h"
 #include "support/child.h"
 
+#include <climits>
 #include <csignal>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/time.h>
+#include <thread>
 
 namespace {
 
@@ -44,6 +46,15 @@ TEST_F(Receiving, takes_no_more_than_the_length) {
   EXPECT_EQ(receive(1), 1);
   EXPECT_EQ(receive_wait(1, nullptr, 1), 1);
   EXPECT_STREQ(buffer, "le");
+}
+
+TEST_F(Receiving, blocks_until_something_has_come) {
+  std::thread peer([this] {
+    usleep(50000);
+    peer_sends("hello");
+  });
+  EXPECT_EQ(receive(), 5);
+  peer.join();
 }
 
 class Waiting : public Receiving {};
@@ -99,6 +110,14 @@ TEST_F(Waiting, waits_in_slices_of_a_tenth_of_a_second_with_idle_after_each) {
   EXPECT_EQ(idle_calls, 4);
   EXPECT_EQ(support::calls("select"), 4);
   EXPECT_EQ(support::last_size("select"), 100000U);
+}
+
+TEST_F(Waiting, waits_with_any_flag_but_0) {
+  for (const int wait : {2, -1}) {
+    peer_sends("hello");
+    EXPECT_EQ(receive_wait(wait), 5);
+    EXPECT_EQ(support::last_size("select"), 100000U);
+  }
 }
 
 TEST_F(Waiting, returns_the_end_of_the_stream_as_a_failure) {
@@ -173,6 +192,8 @@ TEST_F(Waiting, fails_on_a_descriptor_that_is_none) {
   EXPECT_EQ(platform_sock_recv_wait(closed, buffer, 1, 1, count_idle), -1);
   EXPECT_EQ(errno, EBADF);
   EXPECT_EQ(idle_calls, 2);
+  EXPECT_EQ(platform_sock_recv_wait(INT_MAX, buffer, 1, 1, count_idle), -1);
+  EXPECT_EQ(errno, EBADF);
 }
 
 void ignore_signal(int) {}
