@@ -93,12 +93,17 @@ TEST_F(Loop, discards_what_is_waiting_when_asked_to) {
 }
 
 TEST_F(Loop, drains_in_pieces_of_2048_bytes_without_waiting_or_idling) {
-  peer_sends(std::string(5000, 'x'));
-  support::refuse("select", EBADF, 4); // three pieces, the end of what is ready, then the loop
-  EXPECT_EQ(run(keep, -1), 0);
-  EXPECT_EQ(support::calls("recv"), 3);
-  EXPECT_EQ(support::calls("select"), 5);
-  EXPECT_EQ(idle_calls, 1); // the loop's own
+  for (const int pieces : {2, 3}) {
+    const size_t beyond_two = pieces == 2 ? 0 : 1;
+    peer_sends(std::string(2 * 2048 + beyond_two, 'x'));
+    const long receives = support::calls("recv");
+    const long selects = support::calls("select");
+    support::refuse("select", EBADF, pieces + 1, 1); // the pieces, the end of them, then the loop
+    EXPECT_EQ(run(keep, -1), 0);
+    EXPECT_EQ(support::calls("recv"), receives + pieces);
+    EXPECT_EQ(support::calls("select"), selects + pieces + 2);
+  }
+  EXPECT_EQ(idle_calls, 2); // the loop's own
 }
 
 TEST_F(Loop, drains_what_is_in_the_socket_and_not_what_is_in_the_buffer) {
@@ -142,6 +147,16 @@ TEST_F(OneMessage, takes_what_is_ready_without_waiting) {
   peer_sends(std::string(20000, 'x') + "\r\n\r\n");
   EXPECT_EQ(platform_get_one_message(ours, keep, count_idle, 0), 1);
   EXPECT_EQ(idle_calls, 3);
+}
+
+TEST_F(OneMessage, receives_up_to_8192_bytes_at_a_time) {
+  const long receives = support::calls("recv");
+  peer_sends(std::string(2 * 8192, 'x'));
+  EXPECT_EQ(platform_get_one_message(ours, keep, nullptr, 0), 0);
+  EXPECT_EQ(support::calls("recv"), receives + 2);
+  peer_sends(std::string(2 * 8192 + 1, 'x'));
+  EXPECT_EQ(platform_get_one_message(ours, keep, nullptr, 0), 0);
+  EXPECT_EQ(support::calls("recv"), receives + 5);
 }
 
 TEST_F(OneMessage, returns_0_when_the_peer_has_closed) {

@@ -189,6 +189,33 @@ TEST_F(Serving, gives_the_whole_range_up_when_a_lookup_fails) {
   EXPECT_EQ(lookup::record.released, 1);
 }
 
+// Cut to 16 bits, 65536 would be port 0, which the system gives to anyone.
+TEST_F(Serving, gives_the_whole_range_up_at_a_port_that_does_not_exist) {
+  const auto outcome = support::run_in_child(
+      [] {
+        support::refuse("bind", EADDRINUSE, 0, 1); // 65535 is tried, and taken
+        int port = 77;
+        printf("%d", platform_server_sock_open(65535, 65540, &port));
+        printf("%d", platform_server_sock_open(65536, INT_MAX, &port));
+        printf("%d", platform_server_sock_open(-1, 1, &port));
+        printf("%d", platform_server_sock_open(INT_MIN, INT_MAX, &port));
+        printf(" %d %zu %s\n", port, lookup::record.asked.size(), lookup::record.asked[0].c_str());
+      },
+      {{"ORV_PERROR", "1"}});
+  const std::string failure = "server sock open failed : Cannot assign requested address\n-1";
+  EXPECT_EQ(outcome.out, failure + failure + failure + failure + " 77 1 localhost:65535\n");
+}
+
+TEST_F(Serving, serves_the_highest_port) {
+  support::refuse("bind", EADDRINUSE, 0, 1);
+  int port = 0;
+  const int sock = keep_open(platform_server_sock_open(65534, 65536, &port));
+  if (sock < 0)
+    GTEST_SKIP() << "port 65535 is taken";
+  EXPECT_EQ(port, 65535);
+  EXPECT_EQ(port_of(sock), 65535);
+}
+
 TEST_F(Serving, gives_the_whole_range_up_at_an_address_of_an_unknown_family) {
   lookup::find({{.family = AF_UNIX}, {}}); // a usable one after it does not help
   EXPECT_EQ(platform_server_sock_open(0, 5, nullptr), -1);
@@ -267,6 +294,20 @@ TEST_F(Accepting, returns_the_connection_and_closes_the_listening_socket) {
   EXPECT_EQ(errno, 0); // cleared before the first attempt
   expect_connected(client, sock);
   EXPECT_FALSE(listening_is_open());
+}
+
+// A process that holds the same listening socket no longer gets connections from it either.
+TEST_F(Accepting, shuts_the_listening_socket_down_for_every_holder) {
+  for (const int error : {0, ECONNABORTED}) {
+    const int server = error == 0 ? listening : open_server(&port);
+    const int copy = keep_open(dup(server));
+    connect_client();
+    if (error != 0)
+      support::refuse("accept", error, 0, 1);
+    EXPECT_EQ(keep_open(platform_sock_accept(server)) >= 0, error == 0);
+    EXPECT_EQ(connect_client(), -1);
+    EXPECT_EQ(option(copy, SOL_SOCKET, SO_ACCEPTCONN), 0);
+  }
 }
 
 TEST_F(Accepting, sends_without_delay) {
@@ -433,6 +474,20 @@ TEST_F(Connecting, fails_when_the_lookup_fails) {
   close(listening);
 }
 
+TEST_F(Connecting, fails_at_a_port_that_does_not_exist) {
+  const size_t asked = lookup::record.asked.size();
+  for (const int beyond : {-1, 65536, port + 65536, port - 65536, INT_MAX, INT_MIN}) {
+    EXPECT_EQ(platform_sock_connect("localhost", beyond), -1) << beyond;
+    EXPECT_EQ(errno, EADDRNOTAVAIL);
+  }
+  EXPECT_EQ(lookup::record.asked.size(), asked);
+  EXPECT_EQ(support::calls("connect"), 0);
+  for (const int lowest_or_highest : {0, 65535})
+    keep_open(platform_sock_connect("localhost", lowest_or_highest));
+  EXPECT_EQ(lookup::record.asked.size(), asked + 2);
+  close(listening);
+}
+
 TEST_F(Connecting, fails_when_no_socket_is_to_be_had) {
   support::refuse("socket", EMFILE, 0, 1);
   EXPECT_EQ(platform_sock_connect("localhost", port), -1);
@@ -445,6 +500,19 @@ TEST_F(Connecting, fails_when_nobody_listens) {
   close(listening);
   EXPECT_EQ(platform_sock_connect("localhost", port), -1);
   EXPECT_EQ(errno, ECONNREFUSED);
+}
+
+TEST_F(Connecting, reports_no_failure) {
+  close(listening);
+  const auto outcome = support::run_in_child(
+      [this] {
+        printf("%d", platform_sock_connect("localhost", port));
+        lookup::fail(EAI_NONAME);
+        printf(" %d", platform_sock_connect("nowhere", port));
+      },
+      {{"ORV_PERROR", "1"}});
+  EXPECT_EQ(outcome.out, "-1 -1");
+  EXPECT_EQ(outcome.err, "");
 }
 
 TEST_F(Connecting, tries_one_socket_with_each_address) {
