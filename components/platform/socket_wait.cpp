@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <fcntl.h>
 #include <orv/diag.h>
 #include <orv/platform.h>
 #include <sys/select.h>
@@ -23,7 +24,10 @@ constexpr suseconds_t kWaitSliceMicroseconds = 100000;
 int select_in(SetWord *words, int fd, timeval limit) {
   const auto bit = static_cast<size_t>(fd);
   words[bit / kBitsPerWord] |= SetWord{1} << bit % kBitsPerWord;
-  return select(fd + 1, reinterpret_cast<fd_set *>(words), nullptr, nullptr, &limit);
+  const int ready = select(fd + 1, reinterpret_cast<fd_set *>(words), nullptr, nullptr, &limit);
+  // The system passes over numbers beyond its present table of descriptors; waiting for one of them
+  // would never end.
+  return ready == 0 && fcntl(fd, F_GETFD) == -1 ? -1 : ready;
 }
 
 // The callback may fail calls of its own: the outcome of the select is what errno has to tell.

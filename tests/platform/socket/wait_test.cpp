@@ -192,6 +192,9 @@ TEST_F(Waiting, fails_on_a_descriptor_that_is_none) {
   EXPECT_EQ(platform_sock_recv_wait(closed, buffer, 1, 1, count_idle), -1);
   EXPECT_EQ(errno, EBADF);
   EXPECT_EQ(idle_calls, 2);
+  constexpr int kBeyondTheSystemsTable = 1 << 20;
+  EXPECT_EQ(platform_sock_recv_wait(kBeyondTheSystemsTable, buffer, 1, 1, count_idle), -1);
+  EXPECT_EQ(errno, EBADF);
   EXPECT_EQ(platform_sock_recv_wait(INT_MAX, buffer, 1, 1, count_idle), -1);
   EXPECT_EQ(errno, EBADF);
 }
