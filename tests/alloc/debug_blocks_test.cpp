@@ -118,6 +118,8 @@ TEST_F(Blocks, that_are_resized_get_new_surroundings_and_are_not_filled) {
   EXPECT_EQ(word_at<uint32_t>(resized, 24), kTrailer);
   EXPECT_TRUE(all_bytes_are(resized + 16, 5, support::kBytesOfMovedBlocks))
       << "the grown tail was filled";
+  EXPECT_TRUE(all_bytes_are(resized + 21, 3, support::kBytesOfMovedBlocks))
+      << "the gap was written";
   EXPECT_EQ(word_at<uint32_t>(block, -4), kFreed);
   EXPECT_STREQ(block, "1234567") << "the old bytes were filled";
   release(resized);

@@ -119,6 +119,29 @@ TEST_F(Misuse, a_released_block_with_a_live_header_word_is_told_as_invalid_infor
           kAllocatedBy8);
 }
 
+TEST_F(Misuse, the_beginning_is_told_before_the_end_and_the_end_before_the_record) {
+  expect_on_release(
+      [](char *block) {
+        write_word(block, -4, 0);
+        overwrite(block, 8);
+      },
+      std::string("referenced data that was corrupted at the beginning.  The ") + kAllocatedBy8);
+  expect_on_release(
+      [](char *block) {
+        release(block);
+        write_word(block, -4, 0x5739E56A);
+        overwrite(block, 8);
+      },
+      std::string("referenced data that was corrupted at the end.  The ") + kAllocatedBy8);
+  expect_on_release(
+      [](char *block) {
+        release(block);
+        overwrite(block, 8);
+      },
+      std::string("was referenced after it was free'd.  Before being free'd, the ") +
+          kAllocatedBy8);
+}
+
 TEST_F(Misuse, an_address_never_handed_out_is_told) {
   expect_fatal(run_in_debug_mode([] {
                  char *block = block_of(32);

@@ -288,6 +288,27 @@ TEST_F(Mode, 2_describes_a_block_by_the_record_that_was_verified) {
             start + "referenced data that was corrupted at the beginning." + origin);
 }
 
+TEST_F(Mode, 2_tells_an_end_that_was_overwritten_rather_than_an_index) {
+  for (int32_t index : {1, 1023, 1024, -1}) {
+    const Outcome outcome = run_in_debug_mode(
+        [=] {
+          char *first = block_of(8);
+          (void)!block_of(16);
+          memcpy(first - 8, &index, sizeof index);
+          overwrite(first, 8);
+          (void)!block_of(1);
+        },
+        ORV_MALLOC_VERIFY_HEAP);
+    EXPECT_EQ(masked(outcome.err),
+              "Warning: The pointer 0xADDRESS referenced data that was corrupted at the end.  The "
+              "pointer was allocated by orv_malloc with a length of 8.  The storage was allocated "
+              "in the function f for p.  \n"
+              "Error: orv_malloc: The heap was corrupted. (Currently inside of f, allocating "
+              "storage for p)\n")
+        << index;
+  }
+}
+
 TEST_F(Mode, 2_tells_a_block_that_was_marked_as_released_behind_its_back) {
   const Outcome outcome = run_in_debug_mode(
       [] {

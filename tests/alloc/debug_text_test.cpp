@@ -89,6 +89,22 @@ TEST_F(Texts, a_block_released_before_its_record_was_used_again_is_described_wit
             "The pointer 0xADDRESS referenced free'd data.\n");
 }
 
+// Where the table moves to, the system's storage is not zero.
+TEST_F(Texts, records_that_were_never_used_are_zero_and_chained_in_ascending_order) {
+  const Outcome outcome = run_in_debug_mode([] {
+    for (int i = 0; i < 1025; i++)
+      (void)!block_of(1);
+    for (int32_t i = 1025; i < 2048; i++) {
+      const auto &record = orv::alloc::state.records[i];
+      if (record.ptr != nullptr || record.length != 0 || record.method != nullptr ||
+          record.third.function != nullptr || record.fourth.purpose != nullptr ||
+          record.status != (i < 2047 ? i + 1 : -3))
+        msg_print("%d", i);
+    }
+  });
+  expect_quiet_success(outcome);
+}
+
 // What the system's own notes may look like.
 void overwrite_header(char *block) {
   memset(block - 8, 0x5B, 8);
@@ -256,6 +272,19 @@ TEST_F(Texts, the_report_lists_live_blocks_by_their_record) {
                 "     4 0xADDRESS       7 orv_malloc_if_room   ???                  ???\n"
                 "     5 0xADDRESS       6 GET                  -42                  src/parse.c\n"
                 "orv_malloc_debug_report: 100026 bytes allocated, 5 pointers\n");
+}
+
+TEST_F(Texts, the_report_has_its_heading_though_the_first_records_are_free) {
+  EXPECT_EQ(report([] {
+              void *first = orv_malloc(8, "f", "p");
+              void *second = orv_malloc(8, "f", "p");
+              (void)!orv_malloc(9, "f", "p");
+              release(second);
+              release(first);
+            }),
+            std::string(kHeading) +
+                "     2 0xADDRESS       9 orv_malloc           f                    p\n"
+                "orv_malloc_debug_report: 9 bytes allocated, 1 pointers\n");
 }
 
 TEST_F(Texts, the_report_shows_addresses_as_they_are) {
