@@ -2,6 +2,7 @@
 #include "survey_support.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pty.h>
 #include <sstream>
 #include <sys/wait.h>
@@ -119,9 +120,11 @@ TEST_F(Terminal, shows_progress_when_it_is_standard_error_only) {
     dup2(slave, STDERR_FILENO);
     become_survey({tree.path});
   });
-  close(slave);
+  // Read while the other end is open: what was written may be on its way still.
   char piece[4096];
-  const ssize_t got = read(master, piece, sizeof piece);
+  pollfd written = {.fd = master, .events = POLLIN, .revents = 0};
+  const ssize_t got = poll(&written, 1, 20000) == 1 ? read(master, piece, sizeof piece) : 0;
+  close(slave);
   close(master);
   ASSERT_GT(got, 0);
   EXPECT_THAT(std::string(piece, static_cast<size_t>(got)), HasSubstr("Counted 2 of 2 files"));

@@ -169,6 +169,7 @@ TEST_F(ProcessLog, is_not_opened_where_the_path_is_a_file) {
 }
 
 TEST_F(ProcessLog, is_not_opened_in_a_directory_that_may_not_be_written) {
+  chmod(folder.c_str(), 0555);
   const auto outcome = support::run_in_child([this] {
     become_nobody();
     const long opened = support::calls("fopen");

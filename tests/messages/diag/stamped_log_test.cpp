@@ -200,6 +200,7 @@ TEST_F(StampedLog, falls_back_when_the_value_is_a_file) {
 }
 
 TEST_F(StampedLog, falls_back_when_the_directory_may_not_be_written) {
+  chmod(folder.c_str(), 0555);
   const auto outcome = support::run_in_child(
       [this] {
         ask_for(folder);

@@ -63,6 +63,15 @@ inline std::string traced(const std::function<void()> &call) {
   return lines;
 }
 
+// Gives the rights back that a test took away, so that a user without others can remove the tree.
+inline void open_up(const std::filesystem::path &folder) {
+  chmod(folder.c_str(), 0700);
+  std::error_code too_deep; // for a path; no test takes rights away down there
+  for (const auto &entry : std::filesystem::directory_iterator(folder, too_deep))
+    if (!entry.is_symlink() && entry.is_directory())
+      open_up(entry.path());
+}
+
 class FolderTest : public support::ResourceTest {
 protected:
   void SetUp() override {
@@ -77,8 +86,10 @@ protected:
 
   void TearDown() override {
     std::filesystem::current_path(working_directory);
-    if (!folder.empty())
+    if (!folder.empty()) {
+      open_up(folder);
       std::filesystem::remove_all(folder);
+    }
     ResourceTest::TearDown();
   }
 

@@ -14,15 +14,6 @@ namespace fs = std::filesystem;
 
 class RemovedTree : public files::FolderTest {
 protected:
-  void TearDown() override {
-    // What a test closed is opened again, so that the folder can be removed by any user.
-    if (fs::exists(in("tree")))
-      for (const auto &entry : fs::recursive_directory_iterator(in("tree")))
-        if (entry.is_directory() && !entry.is_symlink())
-          fs::permissions(entry.path(), fs::perms::all);
-    FolderTest::TearDown();
-  }
-
   int remove(const std::string &name) const { return platform_remove_tree(in(name).c_str()); }
   int remove_as_nobody(const std::string &name) const {
     return asked_as_nobody([&] { return remove(name); });

@@ -175,10 +175,14 @@ TEST_F(Serving, reports_the_last_failure_when_no_port_could_be_had) {
 }
 
 TEST_F(Serving, releases_the_lookups_of_failed_ports_only) {
+  const int base = take_port() + 1;
+  lookup::record.asked.clear();
+  lookup::record.released = 0;
   support::refuse("bind", EADDRINUSE, 0, 2);
-  keep_open(platform_server_sock_open(0, 5, nullptr)); // port 0 may be bound, 1 and 2 were refused
-  EXPECT_EQ(lookup::record.asked.size(), 3U);
-  EXPECT_EQ(lookup::record.released, 2);
+  EXPECT_GE(keep_open(platform_server_sock_open(base, base + kPorts, nullptr)), 0);
+  // Two were refused, and somebody else may hold the next.
+  EXPECT_GE(lookup::record.asked.size(), 3U);
+  EXPECT_EQ(static_cast<size_t>(lookup::record.released) + 1, lookup::record.asked.size());
 }
 
 TEST_F(Serving, gives_the_whole_range_up_when_a_lookup_fails) {
