@@ -47,28 +47,41 @@ extern "C" {
  *
  * @code
  * // The parent.
- * platform_pair_handle *ph = platform_pair_parent_open_lp(
- *     "DEMO_LINK", 1, 1, "demo-companion", NULL, "demo-companion", NULL);
- * char answer[64];
- * if (platform_pair_ok(ph) && platform_pair_send(ph, "hello", 5) == 5) {
- *   int length = platform_pair_recv(ph, answer, sizeof answer);
- *   if (length > 0)
- *     printf("%.*s\n", length, answer);
- * } else {
- *   printf("%s\n", platform_pair_describe(ph, NULL));
- * }
- * if (platform_pair_companion_alive(ph))
- *   platform_pair_kill_child(ph);
- * platform_pair_close(ph);
+ * #include <orv/platform.h>
  *
- * // The companion, in its own program.
- * platform_pair_handle *ph = platform_pair_child_open("DEMO_LINK", 0, 1);
- * char question[64];
- * int length;
- * while (platform_pair_rx_fd(ph) >= 0 &&
- *        (length = platform_pair_recv(ph, question, sizeof question)) > 0)
- *   platform_pair_send(ph, question, length);
- * platform_pair_close(ph);
+ * int main(void) {
+ *   platform_pair_handle *ph = platform_pair_parent_open_lp(
+ *       "DEMO_LINK", 1, 1, "demo-companion", NULL, "demo-companion", NULL);
+ *   char answer[64];
+ *   if (platform_pair_ok(ph) && platform_pair_send(ph, "hello", 5) == 5) {
+ *     int length = platform_pair_recv(ph, answer, sizeof answer);
+ *     if (length > 0)
+ *       printf("%.*s\n", length, answer);
+ *   } else {
+ *     printf("%s\n", platform_pair_describe(ph, NULL));
+ *   }
+ *   if (platform_pair_companion_alive(ph))
+ *     platform_pair_kill_child(ph);
+ *   platform_pair_close(ph);
+ *   return 0;
+ * }
+ * @endcode
+ *
+ * @code
+ * // The companion.
+ * #include <orv/platform.h>
+ *
+ * int main(int argc, char **argv) {
+ *   platform_init_args(&argc, argv);
+ *   platform_pair_handle *ph = platform_pair_child_open("DEMO_LINK", 0, 1);
+ *   char question[64];
+ *   int length;
+ *   while (platform_pair_rx_fd(ph) >= 0 &&
+ *          (length = platform_pair_recv(ph, question, sizeof question)) > 0)
+ *     platform_pair_send(ph, question, length);
+ *   platform_pair_close(ph);
+ *   return 0;
+ * }
  * @endcode
  * @{
  */
@@ -341,12 +354,18 @@ ORV_API int platform_pair_close(platform_pair_handle *ph);
  * null device and the blocking mode of descriptors. A failing call leaves the system's errno.
  *
  * @code
- * int pid = platform_spawn_list("tar", "tar", "-xf", "parts.tar", NULL);
- * if (pid == 0)
- *   _exit(127); // in the child: tar could not be run
- * int status = -1;
- * if (pid > 0 && platform_wait_child(pid, &status) == pid && status == 0)
- *   puts("unpacked");
+ * #include <orv/platform.h>
+ * #include <unistd.h>
+ *
+ * int main(void) {
+ *   int pid = platform_spawn_list("tar", "tar", "-xf", "parts.tar", NULL);
+ *   if (pid == 0)
+ *     _exit(127); // in the child: tar could not be run
+ *   int status = -1;
+ *   if (pid > 0 && platform_wait_child(pid, &status) == pid && status == 0)
+ *     puts("unpacked");
+ *   return status;
+ * }
  * @endcode
  * @{
  */
@@ -474,13 +493,15 @@ ORV_API int platform_fd_set_blocking(int fd, int blocking);
  * leave its errno; those that are said to be reported also go through diag_perror(). One thread.
  *
  * @code
+ * #include <orv/platform.h>
+ *
  * static int handle(int sock, char *first, char **further) {
  *   for (int i = 0; further[i] != NULL; i++)
  *     printf("%s: %s\n", first, further[i]);
  *   return platform_sock_send_message(sock, "thanks", NULL); // 0, a failed send, ends the loop
  * }
  *
- * static int serve(void) {
+ * int main(void) {
  *   int port;
  *   int listening = platform_server_sock_open(5000, 5100, &port);
  *   if (listening < 0)
@@ -818,14 +839,20 @@ ORV_API int platform_message_loop(int sock, platform_message_handler handler,
  * null, the call returns null or 0.
  *
  * @code
- * platform_file_list_t sources = {0};
- * if (platform_list_dir("src/", "*.c", &sources)) {
- *   for (uint64_t i = 0; i < sources.count; i++) {
- *     char *name = platform_base_name(sources.paths[i], NULL);
- *     printf("%s: %lld bytes\n", name, (long long)platform_file_size(sources.paths[i]));
- *     orv_free(name);
+ * #include <orv/alloc.h>
+ * #include <orv/platform.h>
+ *
+ * int main(void) {
+ *   platform_file_list_t sources;
+ *   if (platform_list_dir("src/", "*.c", &sources)) {
+ *     for (uint64_t i = 0; i < sources.count; i++) {
+ *       char *name = platform_base_name(sources.paths[i], NULL);
+ *       printf("%s: %lld bytes\n", name, (long long)platform_file_size(sources.paths[i]));
+ *       orv_free(name);
+ *     }
+ *     platform_free_dir_list(&sources);
  *   }
- *   platform_free_dir_list(&sources);
+ *   return 0;
  * }
  * @endcode
  * @{
@@ -1177,10 +1204,19 @@ ORV_API int platform_mv(const char *source, const char *destination);
  * changed:
  *
  * @code
- * platform_file_sig_t seen = platform_file_sig("orv.conf");
- * ...
- * if (platform_file_changed("orv.conf", seen))
- *   seen = platform_file_sig("orv.conf");
+ * #include <orv/platform.h>
+ *
+ * int main(void) {
+ *   platform_file_sig_t seen = platform_file_sig("orv.conf");
+ *   while (platform_sig_valid(seen)) {
+ *     platform_sleep(1);
+ *     if (platform_file_changed("orv.conf", seen)) {
+ *       puts("changed");
+ *       seen = platform_file_sig("orv.conf");
+ *     }
+ *   }
+ *   return 0;
+ * }
  * @endcode
  *
  * Times are in whole seconds: a change within the second of the signature that keeps the size may
@@ -1340,6 +1376,10 @@ ORV_API int platform_getpid(void);
  *     prog a b __ORV_DEBUG__ using 'gdb --args $ORV_EXE $ORV_EXE_PARMS'
  *
  * @code
+ * #include <orv/alloc.h>
+ * #include <orv/msg.h>
+ * #include <orv/platform.h>
+ *
  * int main(int argc, char **argv) {
  *   platform_init_args(&argc, argv);
  *   orv_enable_malloc_debug(ORV_MALLOC_CHECK_PTR);
