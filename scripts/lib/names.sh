@@ -1,17 +1,20 @@
 # The public names of the library, from each place that lists them. To be sourced.
 # shellcheck shell=bash
 
-# names_in_headers PROJECT: what the public headers declare with ORV_API.
+# names_in_headers PROJECT: the functions and variables that the public headers declare, whatever
+# attributes they carry.
 names_in_headers() {
-  local header
+  local header folders=()
+  for header in "$1"/components/*/include; do
+    folders+=("-I$header")
+  done
   for header in "$1"/components/*/include/orv/*.h; do
-    # The comments go; declarations stay, one a line once the line breaks are gone.
-    gcc -w -fpreprocessed -E -P -x c "$header" | tr '\n' ' ' | grep -oE 'ORV_API [^;{]*;'
-  done | awk '
-    match($0, /[a-z_][a-z0-9_]* *\(/) && !/^ORV_API [^(]*\*?gMsgBuf;/ {
-      name = substr($0, RSTART, RLENGTH); sub(/ *\(/, "", name); print name; next
-    }
-    { name = $NF; gsub(/[*;]/, "", name); print name }' | sort
+    # gcc lists the functions, each with the place of its declaration.
+    printf '#include <orv/%s>\n' "${header##*/}" |
+      gcc -x c -fsyntax-only -aux-info /dev/stdout "${folders[@]}" - |
+      sed -nE 's|^/\* .*/orv/[a-z]+\.h:[^*]*\*/ extern ([^(]*[ *])?([A-Za-z_0-9]+) \(.*|\2|p'
+    sed -nE 's/^extern .*[ *]([A-Za-z_0-9]+);$/\1/p' "$header"
+  done | sort -u
 }
 
 # names_in_map PROJECT: what the linker's version script lets out.
