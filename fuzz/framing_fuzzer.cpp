@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <orv/msg.h>
 #include <orv/platform.h>
 #include <string>
@@ -48,28 +49,12 @@ std::string piece_of(Bytes &input) {
 }
 
 Step step_of(Bytes &input) {
-  Step step;
-  switch (input.byte() % 8) {
-  case 0:
-    step.action = Action::reset;
-    break;
-  case 1:
-    step.action = Action::replace;
-    break;
-  case 2:
-    step.action = Action::receive;
-    break;
-  case 3:
-    step.action = Action::dispatch;
-    break;
-  case 4:
-    step.action = Action::nothing;
-    break;
-  default:
-    step.action = Action::feed;
-    step.bytes = piece_of(input);
-  }
-  return step;
+  static constexpr Action kBare[] = {Action::reset, Action::replace, Action::receive,
+                                     Action::dispatch, Action::nothing};
+  const unsigned choice = input.byte() % 8;
+  if (choice < std::size(kBare))
+    return {kBare[choice], ""};
+  return {Action::feed, piece_of(input)};
 }
 
 // The steps that callbacks take, in order; the model and the library take the same.

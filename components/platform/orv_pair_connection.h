@@ -1,4 +1,5 @@
-// What the sources of the pair connection share: the kinds of hand-over.
+// What the sources of the pair connection share: the kinds of hand-over, and the standard
+// descriptors.
 #pragma once
 
 #include <cstdint>
@@ -17,5 +18,8 @@ enum Kind : std::int32_t {
 constexpr std::int32_t kUnwatchedBit = 1;
 static_assert((kHybridMarker & kUnwatchedBit) != 0);
 static_assert(((kNoMarker | kPlainMarker | kSocketPair) & kUnwatchedBit) == 0);
+
+// Standard input, output and error, with the numbers below this one.
+constexpr int kStandardDescriptors = 3;
 
 } // namespace orv::pair

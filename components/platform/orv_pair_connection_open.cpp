@@ -17,11 +17,11 @@
 #include <unistd.h>
 
 using namespace orv;
+using orv::pair::kStandardDescriptors;
 
 namespace {
 
 constexpr int kForkAttempts = 31;
-constexpr int kStandardDescriptors = 3;
 constexpr int kStatusNotCollected = 256;
 constexpr int kMalformedValue = -1;
 

@@ -2,6 +2,7 @@
 // the null device, and a descriptor's blocking mode.
 #include "common/assertion.h"
 #include "common/guards.h"
+#include "platform/orv_pair_connection.h"
 
 #include <cerrno>
 #include <csignal>
@@ -14,10 +15,10 @@
 #include <unistd.h>
 
 using namespace orv;
+using orv::pair::kStandardDescriptors;
 
 namespace {
 
-constexpr int kStandardDescriptors = 3;
 constexpr int kListEntries = 8192;
 
 struct NullDevice {
