@@ -20,6 +20,11 @@ readonly project jobs
     "clang-tidy=clang-tidy" "libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang/14.0.6/lib/linux"
     "cppcheck=cppcheck" "valgrind=valgrind" "libc6-dbg=/usr/lib/debug/.build-id"
     "shellcheck=shellcheck" "pmccabe=pmccabe" "python3=python3")
+  bench_needs=("${build_needs[@]}" "pkg-config=pkg-config" "python3=python3" "valgrind=valgrind"
+    "libc6-dbg=/usr/lib/debug/.build-id" "gnuplot-nox=gnuplot"
+    "libdmalloc5=/usr/lib/x86_64-linux-gnu/libdmalloc.so.5"
+    "libglib2.0-dev=/usr/include/glib-2.0/glib.h" "libspdlog-dev=/usr/include/spdlog/spdlog.h"
+    "libgoogle-glog-dev=/usr/include/glog/logging.h")
 }
 
 say() {

@@ -1,0 +1,100 @@
+"""Runs the contenders of a case in turn, many times, and takes medians."""
+import os
+import re
+import statistics
+import subprocess
+import time
+from dataclasses import dataclass
+
+from project import PROGRAMS
+
+FEWEST_ROUNDS = 5
+MOST_ROUNDS = 101
+
+
+@dataclass
+class Result:
+    """What a contender was found to cost in a case."""
+    contender: object
+    nanoseconds: float  # for a unit, the median
+    ratio: float  # to the base, the median of the rounds' own ratios
+    rounds: int
+    instructions: float | None = None  # an operation, beyond the base's
+
+    @property
+    def reached(self):
+        """Whether every goal of the contender is reached; None where it has none."""
+        verdicts = []
+        if self.contender.goal is not None:
+            verdicts.append(round(self.ratio, 2) <= self.contender.goal)
+        if self.contender.instruction_goal is not None:
+            verdicts.append(round(self.instructions) <= self.contender.instruction_goal)
+        return all(verdicts) if verdicts else None
+
+
+def command_of(contender, case, count):
+    program = str(PROGRAMS / contender.program)
+    return [program, contender.variant or contender.name, str(count), case.parameter]
+
+
+def run(command, contender):
+    """The lines that a command wrote to its standard output and to its standard error."""
+    ran = subprocess.run(command, env=os.environ | {"LC_ALL": "C"} | contender.environment,
+                         stdin=subprocess.DEVNULL, capture_output=True, text=True)
+    if ran.returncode != 0:
+        raise SystemExit(f"{' '.join(command)} ended with {ran.returncode}:\n{ran.stderr}")
+    return ran.stdout.splitlines(), ran.stderr.splitlines()
+
+
+def cost(contender, case):
+    """Nanoseconds a unit, in one run."""
+    count = max(1, round(case.count * contender.share))
+    command = [*contender.wrapper, *command_of(contender, case, count)]
+    output, _ = run(command, contender)
+    processor, wall = (int(word) for word in output[-1].split())
+    return (processor if case.clock == "processor" else wall) / count / case.units
+
+
+def measure(case, seconds):
+    """The results of a case, its contenders in their order. The rounds go on until the time is
+    over; each begins with another contender, so that none profits from its place."""
+    costs = {contender.name: [] for contender in case.contenders}
+    base = case.contenders[0].name
+    end = time.monotonic() + seconds
+    for turn in range(MOST_ROUNDS):
+        if turn >= FEWEST_ROUNDS and time.monotonic() > end:
+            break
+        start = turn % len(case.contenders)
+        for contender in case.contenders[start:] + case.contenders[:start]:
+            if turn < contender.most_rounds:
+                costs[contender.name].append(cost(contender, case))
+    return [Result(contender, statistics.median(costs[contender.name]),
+                   statistics.median(own / of_base for own, of_base in
+                                     zip(costs[contender.name], costs[base])),
+                   len(costs[contender.name]))
+            for contender in case.contenders]
+
+
+def instructions_for(contender, case, count):
+    command = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null",
+               *command_of(contender, case, count)]
+    _, errors = run(command, contender)
+    return int(re.search(r"Collected : (\d+)", "\n".join(errors))[1])
+
+
+def instructions(contender, case):
+    """Instructions an operation: what so many operations more take, start and end left out."""
+    count = case.counted_operations
+    return (instructions_for(contender, case, 2 * count) -
+            instructions_for(contender, case, count)) / count
+
+
+def count_instructions(case, results):
+    """Adds the instructions to those results that want them."""
+    wanted = [result for result in results
+              if result.contender.counted or result.contender.instruction_goal is not None]
+    if not wanted:
+        return
+    of_base = instructions(case.contenders[0], case)
+    for result in wanted:
+        result.instructions = instructions(result.contender, case) - of_base
