@@ -17,9 +17,10 @@ readonly project jobs
     "libgmock-dev=/usr/include/gmock/gmock.h" "pkg-config=pkg-config" "binutils=nm" "gdb=gdb"
     "python3=python3" "valgrind=valgrind" "libc6-dbg=/usr/lib/debug/.build-id"
     "libnss-myhostname=host:localhost")
-  check_needs=("${test_needs[@]}" "clang=clang" "clang-format=clang-format"
+  docs_needs=("doxygen=doxygen")
+  check_needs=("${test_needs[@]}" "${docs_needs[@]}" "clang=clang" "clang-format=clang-format"
     "clang-tidy=clang-tidy" "libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang/14.0.6/lib/linux"
-    "cppcheck=cppcheck" "shellcheck=shellcheck" "pmccabe=pmccabe")
+    "cppcheck=cppcheck" "shellcheck=shellcheck" "pmccabe=pmccabe" "mandoc=mandoc")
   bench_needs=("${build_needs[@]}" "pkg-config=pkg-config" "python3=python3" "valgrind=valgrind"
     "libc6-dbg=/usr/lib/debug/.build-id" "gnuplot-nox=gnuplot"
     "libdmalloc5=/usr/lib/x86_64-linux-gnu/libdmalloc.so.5"

@@ -1,5 +1,6 @@
 /**
- * @file
+ * @defgroup allocation Allocation
+ *
  * Checked allocation: calls that never hand back an unnoticed null, and a debug mode that tracks,
  * checks, describes and reports every block.
  *
@@ -79,6 +80,11 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/**
+ * @addtogroup allocation
+ * @{
+ */
 
 /**
  * @defgroup orv_alloc_named Allocating under the caller's name
@@ -184,7 +190,11 @@ ORV_API char *orv_strdup2(const char *text1, const char *text2, const char *func
 ORV_API char *orv_vprintf_strdup(const char *format, va_list args) ORV_NEW_BLOCK
     ORV_PRINTF(1, 0) ORV_MUST_USE;
 
-/** orv_vprintf_strdup() with the arguments listed in the call. */
+/**
+ * orv_vprintf_strdup() with the arguments listed in the call.
+ * @param format,... a format as for printf, and its arguments
+ * @return as orv_vprintf_strdup()
+ */
 ORV_API char *orv_printf_strdup(const char *format, ...) ORV_NEW_BLOCK
     ORV_PRINTF(1, 2) ORV_MUST_USE;
 
@@ -198,10 +208,20 @@ ORV_API char *orv_printf_strdup(const char *format, ...) ORV_NEW_BLOCK
  * @{
  */
 
-/** orv_malloc(), but null, with errno ENOMEM, when there is no storage left. */
+/**
+ * orv_malloc(), but null, with errno ENOMEM, when there is no storage left.
+ * @param size bytes; with 0 nothing is allocated
+ * @return the block, to be given back with orv_free(); null for size 0 and when there is no storage
+ *   left
+ */
 ORV_API void *orv_malloc_if_room(size_t size) ORV_NEW_BLOCK ORV_SIZED(1) ORV_MUST_USE;
 
-/** orv_calloc(), but null, with errno ENOMEM, when there is no storage left. */
+/**
+ * orv_calloc(), but null, with errno ENOMEM, when there is no storage left.
+ * @param count elements
+ * @param size bytes in each
+ * @return as orv_malloc_if_room(); null when count or size is 0
+ */
 ORV_API void *orv_calloc_if_room(size_t count, size_t size) ORV_NEW_BLOCK
     ORV_SIZED_PRODUCT(1, 2) ORV_MUST_USE;
 
@@ -210,6 +230,10 @@ ORV_API void *orv_calloc_if_room(size_t count, size_t size) ORV_NEW_BLOCK
  *
  * The old block then stays with the caller. With debug mode on it can be used, but no longer be
  * given back through the library: see orv_realloc().
+ *
+ * @param block a block of one of the allocation calls, or null
+ * @param size the new size in bytes; with 0 the block is given back
+ * @return the resized block; null for size 0 and when there is no storage left
  */
 ORV_API void *orv_realloc_if_room(void *block, size_t size) ORV_SIZED(2) ORV_MUST_USE;
 
@@ -236,19 +260,50 @@ ORV_API void *orv_realloc_if_room(void *block, size_t size) ORV_SIZED(2) ORV_MUS
 ORV_API void *orv_malloc_at(size_t size, const char *method, int line,
                             const char *file) ORV_NEW_BLOCK ORV_SIZED(1) ORV_MUST_USE;
 
-/** orv_calloc() for a macro; see orv_malloc_at() for method, line and file. */
+/**
+ * orv_calloc() for a macro.
+ * @param count elements
+ * @param size bytes in each
+ * @param method the macro's name; not null
+ * @param line the line that it was used in
+ * @param file the file that it was used in; not null
+ * @return as orv_calloc()
+ */
 ORV_API void *orv_calloc_at(size_t count, size_t size, const char *method, int line,
                             const char *file) ORV_NEW_BLOCK ORV_SIZED_PRODUCT(1, 2) ORV_MUST_USE;
 
-/** orv_realloc() for a macro; see orv_malloc_at() for method, line and file. */
+/**
+ * orv_realloc() for a macro.
+ * @param block as for orv_realloc()
+ * @param size as for orv_realloc()
+ * @param method the macro's name; not null
+ * @param line the line that it was used in
+ * @param file the file that it was used in; not null
+ * @return as orv_realloc()
+ */
 ORV_API void *orv_realloc_at(void *block, size_t size, const char *method, int line,
                              const char *file) ORV_SIZED(2) ORV_MUST_USE;
 
-/** orv_strdup() for a macro; see orv_malloc_at() for method, line and file. */
+/**
+ * orv_strdup() for a macro.
+ * @param text as for orv_strdup()
+ * @param method the macro's name; not null
+ * @param line the line that it was used in
+ * @param file the file that it was used in; not null
+ * @return as orv_strdup()
+ */
 ORV_API char *orv_strdup_at(const char *text, const char *method, int line,
                             const char *file) ORV_NEW_BLOCK ORV_MUST_USE;
 
-/** orv_strdup2() for a macro; see orv_malloc_at() for method, line and file. */
+/**
+ * orv_strdup2() for a macro.
+ * @param text1 as for orv_strdup2()
+ * @param text2 as for orv_strdup2()
+ * @param method the macro's name; not null
+ * @param line the line that it was used in
+ * @param file the file that it was used in; not null
+ * @return as orv_strdup2()
+ */
 ORV_API char *orv_strdup2_at(const char *text1, const char *text2, const char *method, int line,
                              const char *file) ORV_NEW_BLOCK ORV_MUST_USE;
 
@@ -369,6 +424,7 @@ ORV_API void orv_malloc_debug_report(int verbose);
 ORV_API void orv_set_malloc_free_report_threshold(int size);
 
 /** @} */
+/** @} */
 
 #ifdef __cplusplus
 }
@@ -380,6 +436,7 @@ ORV_API void orv_set_malloc_free_report_threshold(int size);
 
 /**
  * @defgroup orv_alloc_macros Allocating by type
+ * @ingroup allocation
  *
  * Located calls with the macro's own name as method; each result has the type asked for.
  * @{

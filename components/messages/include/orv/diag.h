@@ -1,16 +1,36 @@
-/*
+/**
+ * @defgroup diag Diagnostic log
+ *
  * The diagnostic log: a plain trace print, the log files that give it a destination, and the report
  * of a failed system call.
  *
  * A trace goes to the streams of the message type MSG_DIAG (<orv/msg.h>). At first there is none,
  * so tracing costs one test and writes nothing. Three things switch it on:
  *
- *   - diag_set_dir: a log of this process in a directory, "orv<process id><login name>.log";
- *   - diag_open_stamped_log: a log with the time in its name, or standard output or standard error,
- *     as the user asks for in the environment (platform_init_args makes this call at start-up);
+ *   - diag_set_dir(): a log of this process in a directory, "orv<process id><login name>.log";
+ *   - diag_open_stamped_log(): a log with the time in its name, or standard output or standard
+ *     error, as the user asks for in the environment (platform_init_args() makes this call at
+ *     start-up);
  *   - msg_add_stream(MSG_DIAG, stream): any stream that the program has open.
  *
  * All calls share process-wide state without locks: use them from one thread.
+ *
+ * A program that traces into a directory of its own and reports a failed call:
+ *
+ * @code
+ * #include <fcntl.h>
+ * #include <orv/diag.h>
+ * #include <orv/msg.h>
+ *
+ * int main(void) {
+ *   msg_set_sync(MSG_DIAG, 1);    // every line is on disk before the program goes on
+ *   diag_set_dir("/var/tmp");     // now /var/tmp/orv<pid><login>.log takes the trace
+ *   diag_printf("round %d of %d\n", 1, 10);
+ *   if (open("/no/such/file", O_RDONLY) < 0)
+ *     diag_perror("open");        // "open: No such file or directory"
+ *   return 0;
+ * }
+ * @endcode
  */
 #ifndef ORV_DIAG_H
 #define ORV_DIAG_H
@@ -29,24 +49,7 @@ extern "C" {
 #endif
 
 /**
- * @defgroup diag Diagnostic log
- *
- * A program that traces into a directory of its own and reports a failed call:
- *
- * @code
- * #include <fcntl.h>
- * #include <orv/diag.h>
- * #include <orv/msg.h>
- *
- * int main(void) {
- *   msg_set_sync(MSG_DIAG, 1);    // every line is on disk before the program goes on
- *   diag_set_dir("/var/tmp");     // now /var/tmp/orv<pid><login>.log takes the trace
- *   diag_printf("round %d of %d\n", 1, 10);
- *   if (open("/no/such/file", O_RDONLY) < 0)
- *     diag_perror("open");        // "open: No such file or directory"
- *   return 0;
- * }
- * @endcode
+ * @addtogroup diag
  * @{
  */
 
@@ -56,8 +59,8 @@ extern "C" {
  * Without a stream the call returns at once: the arguments are not formatted, nothing is allocated
  * and the system is not called. With one, the text is written as it is: no prefix, no wrapping, no
  * newline of its own, and the column that the messages count is left alone. When the sync flag of
- * MSG_DIAG is set (msg_set_sync), each stream is flushed and forced to disk after the write. Failed
- * writes are ignored, and the stream stays in the list.
+ * MSG_DIAG is set (msg_set_sync()), each stream is flushed and forced to disk after the write.
+ * Failed writes are ignored, and the stream stays in the list.
  *
  * @warning The text is interpreted twice. The format and the arguments give a text; that text is
  * then the format of a second print without arguments. A percent sign that comes out of an argument
@@ -77,11 +80,11 @@ ORV_API void diag_printf(const char *format, ...) ORV_PRINTF(1, 2);
 /**
  * Tells the diagnostic directory.
  *
- * @return The directory that diag_set_dir stored; if none is stored, the value of the first of
+ * @return The directory that diag_set_dir() stored; if none is stored, the value of the first of
  * ORV_DIAG_DIR, ORV_DIAGNOSTICS_PATH and ORV_TMPDIR that is set; if none is set, "/tmp". A variable
  * set to the empty string counts as set, and ORV_DIAGNOSTICS_PATH counts even where its value is a
- * word that only diag_open_stamped_log understands ("0", "stderr"). Never null and not to be freed:
- * the stored directory (changed by the next diag_set_dir) or the environment's own text.
+ * word that only diag_open_stamped_log() understands ("0", "stderr"). Never null and not to be
+ * freed: the stored directory (changed by the next diag_set_dir()) or the environment's own text.
  */
 ORV_API const char *diag_get_dir(void);
 
@@ -96,10 +99,10 @@ ORV_API const char *diag_get_dir(void);
  * of the process. Nothing is reported when no log can be opened: tracing is then off.
  *
  * @param dir  the directory, copied. Null or empty: forget what is stored and store what
- *             diag_get_dir then gives. The result of diag_get_dir may be passed.
+ *             diag_get_dir() then gives. The result of diag_get_dir() may be passed.
  *             More than 4095 bytes are refused: nothing is stored and no log is opened.
- * @return The stored directory: a static buffer, overwritten by the next diag_set_dir; never null,
- *         empty when nothing is stored.
+ * @return The stored directory: a static buffer, overwritten by the next diag_set_dir(); never
+ *         null, empty when nothing is stored.
  */
 ORV_API const char *diag_set_dir(const char *dir);
 
@@ -126,7 +129,7 @@ ORV_API const char *diag_set_dir(const char *dir);
 ORV_API void diag_open_stamped_log(const char *suffix);
 
 /**
- * Tells whether diag_open_stamped_log was called in this process, whatever came of it.
+ * Tells whether diag_open_stamped_log() was called in this process, whatever came of it.
  *
  * @return 1 if so, else 0.
  */
@@ -139,7 +142,7 @@ ORV_API int diag_stamped_log_attempted(void);
  * is flushed. There is no way to send it to standard error: "2" and "stderr" mean standard output
  * as well. The variable is read by the first call of the process and never again.
  *
- * @warning In the trace, `what` is interpreted twice, as diag_printf says; the copy on standard
+ * @warning In the trace, `what` is interpreted twice, as diag_printf() says; the copy on standard
  * output is not.
  *
  * @param what  the caller's word, for instance the name of the call; null shows as "(null)".

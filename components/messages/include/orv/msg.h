@@ -1,5 +1,6 @@
 /**
- * @file
+ * @defgroup messages Messages
+ *
  * Messages for a person.
  *
  * A message has a type; each type owns a list of buffered output streams, so one message can go to
@@ -57,6 +58,11 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/**
+ * @addtogroup messages
+ * @{
+ */
 
 /**
  * @defgroup msg_types Types and layout
@@ -227,23 +233,38 @@ ORV_API void msg_set_solo_output(int on);
  * @{
  */
 
-/** Sets what leads every line of every shared message, before its own prefix: "" at first. */
+/**
+ * Sets what leads every line of every shared message, before its own prefix: "" at first.
+ * @param text the prefix, which is copied; null stands for ""
+ */
 ORV_API void msg_set_mp_prefix(const char *text);
 /** @return what leads every line of a shared message */
 ORV_API const char *msg_get_mp_prefix(void);
-/** Sets the prefix of warnings: "Warning: " at first. */
+/**
+ * Sets the prefix of warnings: "Warning: " at first.
+ * @param text the prefix, which is copied; null stands for ""
+ */
 ORV_API void msg_set_warn_prefix(const char *text);
 /** @return the prefix of warnings */
 ORV_API const char *msg_get_warn_prefix(void);
-/** Sets the prefix of informational messages: "" at first. */
+/**
+ * Sets the prefix of informational messages: "" at first.
+ * @param text the prefix, which is copied; null stands for ""
+ */
 ORV_API void msg_set_print_prefix(const char *text);
 /** @return the prefix of informational messages */
 ORV_API const char *msg_get_print_prefix(void);
-/** Sets the prefix of internal errors: "Internal error: " at first. */
+/**
+ * Sets the prefix of internal errors: "Internal error: " at first.
+ * @param text the prefix, which is copied; null stands for ""
+ */
 ORV_API void msg_set_internal_error_prefix(const char *text);
 /** @return the prefix of internal errors */
 ORV_API const char *msg_get_internal_error_prefix(void);
-/** Sets the prefix of errors and fatal errors: "Error: " at first. */
+/**
+ * Sets the prefix of errors and fatal errors: "Error: " at first.
+ * @param text the prefix, which is copied; null stands for ""
+ */
 ORV_API void msg_set_error_prefix(const char *text);
 /** @return the prefix of errors and fatal errors */
 ORV_API const char *msg_get_error_prefix(void);
@@ -252,9 +273,9 @@ ORV_API const char *msg_get_error_prefix(void);
 /** @} */
 
 /**
- * @defgroup msg_calls Messages
+ * @defgroup msg_calls Writing messages
  *
- * Every call takes a printf format with its arguments (null stands for ""); %m gives the text of
+ * Every call takes a printf format with its arguments (null stands for ""); `%m` gives the text of
  * errno as it stood when the call was made. Texts may have any length. A format must not begin with
  * a dollar sign, which is reserved and a fatal error; begin it with two to print one.
  *
@@ -292,49 +313,119 @@ ORV_API const char *msg_get_error_prefix(void);
 ORV_API void msg_output(int type, int fmt_type, int solo, int continuation, const char *prefix,
                         const char *format, va_list args) ORV_PRINTF(6, 0);
 
-/** Writes an informational text as it is, with the print prefix. */
+/**
+ * Writes an informational text as it is, with the print prefix.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_print_raw(const char *format, ...) ORV_PRINTF(1, 2);
-/** Writes an informational text, wrapped, and leaves its line open. */
+/**
+ * Writes an informational text, wrapped, and leaves its line open.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_print_wrap(const char *format, ...) ORV_PRINTF(1, 2);
-/** Writes an informational message. */
+/**
+ * Writes an informational message.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_print(const char *format, ...) ORV_PRINTF(1, 2);
-/** Writes an informational message with a prefix of the caller's (null stands for ""). */
+/**
+ * Writes an informational message with a prefix of the caller's.
+ * @param prefix leads the first line; null stands for ""
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_print_with_prefix(const char *prefix, const char *format, ...) ORV_PRINTF(2, 3);
-/** Writes an informational message without the print prefix. */
+/**
+ * Writes an informational message without the print prefix.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_print_bare(const char *format, ...) ORV_PRINTF(1, 2);
-/** Like msg_print_raw(), solo. */
+/**
+ * Like msg_print_raw(), solo.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_print_solo_raw(const char *format, ...) ORV_PRINTF(1, 2);
-/** Like msg_print_wrap(), solo. */
+/**
+ * Like msg_print_wrap(), solo.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_print_solo_wrap(const char *format, ...) ORV_PRINTF(1, 2);
-/** Like msg_print(), solo. */
+/**
+ * Like msg_print(), solo.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_print_solo(const char *format, ...) ORV_PRINTF(1, 2);
 
-/** Writes a warning as it is, and leaves its line open. */
+/**
+ * Writes a warning as it is, and leaves its line open.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_warn_raw(const char *format, ...) ORV_PRINTF(1, 2);
-/** Writes a warning, wrapped, and leaves its line open. */
+/**
+ * Writes a warning, wrapped, and leaves its line open.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_warn_wrap(const char *format, ...) ORV_PRINTF(1, 2);
-/** Writes a warning. */
+/**
+ * Writes a warning.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_warn(const char *format, ...) ORV_PRINTF(1, 2);
-/** Like msg_warn_raw(), solo. */
+/**
+ * Like msg_warn_raw(), solo.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_warn_solo_raw(const char *format, ...) ORV_PRINTF(1, 2);
-/** Like msg_warn_wrap(), solo. */
+/**
+ * Like msg_warn_wrap(), solo.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_warn_solo_wrap(const char *format, ...) ORV_PRINTF(1, 2);
-/** Like msg_warn(), solo. */
+/**
+ * Like msg_warn(), solo.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_warn_solo(const char *format, ...) ORV_PRINTF(1, 2);
 
-/** Writes an error as it is, and leaves its line open. */
+/**
+ * Writes an error as it is, and leaves its line open.
+ * @param solo nonzero for a solo message
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_error_raw(int solo, const char *format, ...) ORV_PRINTF(2, 3);
-/** Writes an error, wrapped, and leaves its line open. */
+/**
+ * Writes an error, wrapped, and leaves its line open.
+ * @param solo nonzero for a solo message
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_error_wrap(int solo, const char *format, ...) ORV_PRINTF(2, 3);
-/** Writes an error; the process goes on. */
+/**
+ * Writes an error; the process goes on.
+ * @param solo nonzero for a solo message
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_error(int solo, const char *format, ...) ORV_PRINTF(2, 3);
-/** Writes a shared error. */
+/**
+ * Writes a shared error.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_error_shared(const char *format, ...) ORV_PRINTF(1, 2);
-/** Like msg_error_raw(), with the internal error prefix. */
+/**
+ * Like msg_error_raw(), with the internal error prefix.
+ * @param solo nonzero for a solo message
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_internal_error_raw(int solo, const char *format, ...) ORV_PRINTF(2, 3);
-/** Like msg_error_wrap(), with the internal error prefix. */
+/**
+ * Like msg_error_wrap(), with the internal error prefix.
+ * @param solo nonzero for a solo message
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_internal_error_wrap(int solo, const char *format, ...) ORV_PRINTF(2, 3);
-/** Like msg_error(), with the internal error prefix. */
+/**
+ * Like msg_error(), with the internal error prefix.
+ * @param solo nonzero for a solo message
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_internal_error(int solo, const char *format, ...) ORV_PRINTF(2, 3);
 
 /**
@@ -346,11 +437,15 @@ ORV_API void msg_internal_error(int solo, const char *format, ...) ORV_PRINTF(2,
  * Warnings about failing streams are messages, too: one that was written after yours is what is
  * continued.
  *
- * @param format a printf format; null stands for ""
+ * @param format,... a printf format (null stands for "") and its arguments
  */
 ORV_API void msg_cont(const char *format, ...) ORV_PRINTF(1, 2);
 
-/** Like msg_cont(), with an argument list, which the caller still ends with va_end. */
+/**
+ * Like msg_cont(), with an argument list.
+ * @param format a printf format; null stands for ""
+ * @param args its arguments; not consumed: the caller still calls va_end
+ */
 ORV_API void msg_vcont(const char *format, va_list args) ORV_PRINTF(1, 0);
 
 /** @} */
@@ -364,17 +459,30 @@ ORV_API void msg_vcont(const char *format, va_list args) ORV_PRINTF(1, 0);
  * @{
  */
 
-/** Writes a shared error and ends the process. */
+/**
+ * Writes a shared error and ends the process.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_fatal(const char *format, ...) ORV_PRINTF(1, 2) ORV_NORETURN;
-/** Writes a solo error and ends the process. */
+/**
+ * Writes a solo error and ends the process.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_fatal_solo(const char *format, ...) ORV_PRINTF(1, 2) ORV_NORETURN;
-/** Writes a shared internal error and ends the process. */
+/**
+ * Writes a shared internal error and ends the process.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_fatal_internal(const char *format, ...) ORV_PRINTF(1, 2) ORV_NORETURN;
-/** Writes a solo internal error and ends the process. */
+/**
+ * Writes a solo internal error and ends the process.
+ * @param format,... a printf format (null stands for "") and its arguments
+ */
 ORV_API void msg_fatal_internal_solo(const char *format, ...) ORV_PRINTF(1, 2) ORV_NORETURN;
 /**
  * Writes a shared error, then under it "System error message: " with the text of errno as it stood
  * when the call was made, and ends the process.
+ * @param format,... a printf format (null stands for "") and its arguments
  */
 ORV_API void msg_fatal_syserr(const char *format, ...) ORV_PRINTF(1, 2) ORV_NORETURN;
 /**
@@ -382,9 +490,12 @@ ORV_API void msg_fatal_syserr(const char *format, ...) ORV_PRINTF(1, 2) ORV_NORE
  *
  * While the solo switch is 0 the error is dropped, but the line with the system's text still
  * continues whatever message was written last; if there was none, it is an error of its own.
+ *
+ * @param format,... a printf format (null stands for "") and its arguments
  */
 ORV_API void msg_fatal_syserr_solo(const char *format, ...) ORV_PRINTF(1, 2) ORV_NORETURN;
 
+/** @} */
 /** @} */
 
 #ifdef __cplusplus

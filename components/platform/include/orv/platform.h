@@ -157,6 +157,14 @@ ORV_API platform_pair_handle *platform_pair_parent_open_vp(const char *name, int
  * The list has at least one argument before its null: the first is stored as it is, even when it
  * is null, and the end is looked for behind it. Up to 256 arguments are taken; a further one ends
  * the process by the assertion "idx < 256".
+ *
+ * @param name           as for platform_pair_parent_open_vp()
+ * @param ignore_sigpipe as for platform_pair_parent_open_vp()
+ * @param blocking       as for platform_pair_parent_open_vp()
+ * @param file           the program; a bare name is searched for on PATH
+ * @param std_fds        as for platform_pair_parent_open_vp()
+ * @param arg0,...       the program's arguments, its name first by custom, ended by null
+ * @return as platform_pair_parent_open_vp()
  */
 ORV_API platform_pair_handle *platform_pair_parent_open_lp(const char *name, int ignore_sigpipe,
                                                            int blocking, const char *file,
@@ -241,41 +249,82 @@ ORV_API int platform_pair_recv(platform_pair_handle *ph, void *buffer, int lengt
  * @{
  */
 
-/** Tells the saved errno: 0 for none, -1 for a hand-over value without two numbers. */
+/**
+ * Tells the saved errno.
+ * @param ph a valid handle
+ * @return the error number; 0 for none, -1 for a hand-over value without two numbers
+ */
 ORV_API int platform_pair_errno(const platform_pair_handle *ph);
 
-/** Tells whether the saved errno is 0: 1 or 0. It is after an open that found no marker, too. */
+/**
+ * Tells whether the saved errno is 0.
+ * @param ph a valid handle
+ * @return 1 or 0; 1 after an open that found no marker, too
+ */
 ORV_API int platform_pair_ok(const platform_pair_handle *ph);
 
-/** Gives strerror()'s text for the saved errno, also for 0 and -1; the next strerror() overwrites
- *  it. */
+/**
+ * Gives strerror()'s text for the saved errno.
+ * @param ph a valid handle
+ * @return the text, also for 0 and -1; the next strerror() overwrites it
+ */
 ORV_API const char *platform_pair_errstr(const platform_pair_handle *ph);
 
-/** Tells the process id of the other side; 0 after a failed open. */
+/**
+ * Tells the process id of the other side.
+ * @param ph a valid handle
+ * @return the id; 0 after a failed open
+ */
 ORV_API int platform_pair_companion_pid(const platform_pair_handle *ph);
 
-/** Tells the descriptor that is received from, or -1. It stays the handle's own: do not close it.
- *  */
+/**
+ * Tells the descriptor that is received from.
+ * @param ph a valid handle
+ * @return the descriptor, or -1. It stays the handle's own: do not close it.
+ */
 ORV_API int platform_pair_rx_fd(const platform_pair_handle *ph);
 
-/** Tells the descriptor that is sent to, or -1; the same one as platform_pair_rx_fd(). */
+/**
+ * Tells the descriptor that is sent to.
+ * @param ph a valid handle
+ * @return the descriptor, or -1; the same one as platform_pair_rx_fd()
+ */
 ORV_API int platform_pair_tx_fd(const platform_pair_handle *ph);
 
-/** Tells the companion's exit status, 0 to 255; 256 until platform_pair_companion_alive()
- *  collected it. Of a companion that a signal ended it is 0. */
+/**
+ * Tells the companion's exit status.
+ * @param ph a valid handle
+ * @return the status, 0 to 255; 256 until platform_pair_companion_alive() collected it; 0 of a
+ *         companion that a signal ended
+ */
 ORV_API int platform_pair_child_exit_status(const platform_pair_handle *ph);
 
-/** Tells the signal that ended the companion; 0 for none, or until
- *  platform_pair_companion_alive() collected it. */
+/**
+ * Tells the signal that ended the companion.
+ * @param ph a valid handle
+ * @return the signal; 0 for none, or until platform_pair_companion_alive() collected it
+ */
 ORV_API int platform_pair_child_term_signal(const platform_pair_handle *ph);
 
-/** Tells whether the hand-over value carried the hybrid marker "pid-rtx_fd_w": 1 or 0. */
+/**
+ * Tells whether the hand-over value carried the hybrid marker "pid-rtx_fd_w".
+ * @param ph a valid handle
+ * @return 1 or 0
+ */
 ORV_API int platform_pair_hybrid_environment(const platform_pair_handle *ph);
 
-/** Tells whether this is the parent's side: 1 or 0. */
+/**
+ * Tells whether this is the parent's side.
+ * @param ph a valid handle
+ * @return 1 or 0
+ */
 ORV_API int platform_pair_parent(const platform_pair_handle *ph);
 
-/** Tells whether this is the companion's side: 1 or 0. */
+/**
+ * Tells whether this is the companion's side.
+ * @param ph a valid handle
+ * @return 1 or 0
+ */
 ORV_API int platform_pair_child(const platform_pair_handle *ph);
 
 /**
@@ -287,6 +336,7 @@ ORV_API int platform_pair_child(const platform_pair_handle *ph);
  * answer is 1. On the companion's side the parent's process id is looked up; a parent of the hybrid
  * kind always counts as alive.
  *
+ * @param ph a valid handle
  * @return 1 or 0
  */
 ORV_API int platform_pair_companion_alive(platform_pair_handle *ph);
@@ -295,6 +345,8 @@ ORV_API int platform_pair_companion_alive(platform_pair_handle *ph);
  * Tells whether a handle is valid: not null and holding its own address.
  *
  * Nothing is asserted. A pointer to a handle that was closed must not be asked about.
+ *
+ * @param ph any pointer to a handle that was not closed; may be null
  * @return 1 or 0
  */
 ORV_API int platform_pair_valid(const platform_pair_handle *ph);
@@ -328,6 +380,8 @@ ORV_API char *platform_pair_describe(const platform_pair_handle *ph, char *buffe
  * The result and the signals are those of platform_kill_and_wait(); the companion's exit status
  * and signal are consumed by the wait and not noted in the handle. After a failed open there is
  * no companion, and the result is 0.
+ *
+ * @param ph a valid handle
  * @return 1 or 0; 0 on the companion's side, where nothing is done
  */
 ORV_API int platform_pair_kill_child(platform_pair_handle *ph);
@@ -340,6 +394,8 @@ ORV_API int platform_pair_kill_child(platform_pair_handle *ph);
  * hybrid kind is shut down in both directions first; any other stays open where somebody else
  * inherited it. On a socket pair the one descriptor is closed twice, so no other thread may be
  * opening files meanwhile. errno is left alone.
+ *
+ * @param ph a valid handle, which is gone afterwards
  * @return 1
  */
 ORV_API int platform_pair_close(platform_pair_handle *ph);
@@ -386,7 +442,12 @@ ORV_API int platform_pair_close(platform_pair_handle *ph);
  */
 ORV_API int platform_spawn_fds(const char *program, char *const *argv, const int *std_fds);
 
-/** Does what platform_spawn_fds() does, without descriptors: the child inherits all. */
+/**
+ * Does what platform_spawn_fds() does, without descriptors: the child inherits all.
+ * @param program the program; a bare name is searched for on PATH
+ * @param argv    the null-ended vector for the program, its name first by custom
+ * @return as platform_spawn_fds(), with the 0 in a child whose program could not be run
+ */
 ORV_API int platform_spawn(const char *program, char *const *argv);
 
 /**
@@ -396,12 +457,19 @@ ORV_API int platform_spawn(const char *program, char *const *argv);
  * A list whose first argument is null is empty. Up to 8191 arguments are taken; a further one
  * ends the process by the assertion "idx < 8192". Where the null device cannot be opened the
  * child keeps its own descriptors.
+ *
+ * @param program  the program; a bare name is searched for on PATH
+ * @param arg0,... the program's arguments, its name first by custom, ended by null
  * @return as platform_spawn_fds(), with the 0 in a child whose program could not be run
  */
 ORV_API int platform_spawn_list_quiet(const char *program, const char *arg0, ...) ORV_SENTINEL;
 
-/** Does what platform_spawn_list_quiet() does, but the child inherits the standard descriptors.
- *  */
+/**
+ * Does what platform_spawn_list_quiet() does, but the child inherits the standard descriptors.
+ * @param program  the program; a bare name is searched for on PATH
+ * @param arg0,... the program's arguments, its name first by custom, ended by null
+ * @return as platform_spawn_fds(), with the 0 in a child whose program could not be run
+ */
 ORV_API int platform_spawn_list(const char *program, const char *arg0, ...) ORV_SENTINEL;
 
 /**
@@ -439,7 +507,11 @@ ORV_API int platform_child_status(int pid, int *exit_status, int *term_signal);
  */
 ORV_API int platform_kill_and_wait(int pid);
 
-/** Does the same as platform_kill_and_wait(). */
+/**
+ * Does the same as platform_kill_and_wait().
+ * @param pid the child
+ * @return as platform_kill_and_wait()
+ */
 ORV_API int platform_kill_and_wait_child(int pid);
 
 /**
@@ -459,7 +531,11 @@ ORV_API int platform_null_fd_acquire(void);
  */
 ORV_API int platform_null_fd_release(int fd);
 
-/** Tells whether a descriptor is in blocking mode: 1; 0 if not, and for one that is not open. */
+/**
+ * Tells whether a descriptor is in blocking mode.
+ * @param fd the descriptor
+ * @return 1; 0 if not, and for one that is not open
+ */
 ORV_API int platform_fd_is_blocking(int fd);
 
 /**
@@ -555,6 +631,7 @@ ORV_API int platform_server_sock_open(int first, int end, int *port_out);
  *
  * The socket sends without delay (TCP_NODELAY), where that can be set.
  *
+ * @param listening the listening socket
  * @return the connected socket, which the caller closes; or -1, with errno of the last attempt
  */
 ORV_API int platform_sock_accept(int listening);
@@ -591,6 +668,7 @@ ORV_API int platform_sock_connect(const char *host, int port);
  *
  * The connection ends even when other processes hold the same socket.
  *
+ * @param sock the socket
  * @return the result of the close: 0, or -1 with errno
  */
 ORV_API int platform_sock_close(int sock);
@@ -721,19 +799,25 @@ extern ORV_API platform_msgbuf *gMsgBuf;
  */
 ORV_API platform_msgbuf *platform_msgbuf_create(int capacity);
 
-/** Empties a buffer; what it held is lost. Not null. */
+/**
+ * Empties a buffer; what it held is lost.
+ * @param buffer the buffer; not null
+ */
 ORV_API void platform_msgbuf_reset(platform_msgbuf *buffer);
 
 /**
- * Frees a buffer: its storage, when there is any, and the record; null is ignored.
+ * Frees a buffer: its storage, when there is any, and the record.
  *
  * The installed buffer is uninstalled first, so a handler may free the buffer it was called from;
  * the lines it was given are gone then.
+ *
+ * @param buffer the buffer; null is ignored
  */
 ORV_API void platform_msgbuf_free(platform_msgbuf *buffer);
 
 /**
- * Installs a buffer, or none with null. The one before is not freed: it belongs to its creator.
+ * Installs a buffer, or none. The one before is not freed: it belongs to its creator.
+ * @param buffer the buffer to install; null for none
  */
 ORV_API void platform_set_message_buffer(platform_msgbuf *buffer);
 
@@ -770,6 +854,7 @@ typedef int (*platform_message_handler)(int sock, char *first, char **further);
  * Blocks when nothing is there. Ends the process by an assertion when the bytes would reach the
  * buffer's capacity.
  *
+ * @param sock a connected socket
  * @return what the receive returned: the number of bytes appended, 0 at the end of the stream, -1
  *         with errno on failure. Without a buffer nothing is received: -1 with ENOBUFS.
  */
@@ -876,6 +961,7 @@ ORV_API char *platform_get_cwd(char *buffer, int size);
 
 /**
  * Changes the working directory.
+ * @param path the new working directory
  * @return 1; 0 with errno set when the system refused, which is then reported into the trace as
  *         "platform_set_cwd", a colon and the system's text
  */
@@ -889,6 +975,8 @@ ORV_API int platform_set_cwd(const char *path);
  * @param path   the path; it need not exist. Null gives null.
  * @param buffer room for the whole path and its terminator (it is copied whole, then cut), or null
  *               for a new block of that size
+ * @return the buffer that was written, or the new block, to be given back with orv_free(); null for
+ *         a null path
  */
 ORV_API char *platform_dir_name(const char *path, char *buffer);
 
@@ -898,6 +986,8 @@ ORV_API char *platform_dir_name(const char *path, char *buffer);
  * The base name of "/a/b/" and of "/" is empty.
  * @param path   the path; it need not exist. Null gives null.
  * @param buffer room for the base name and its terminator, or null for a new block of that size
+ * @return the buffer that was written, or the new block, to be given back with orv_free(); null for
+ *         a null path
  */
 ORV_API char *platform_base_name(const char *path, char *buffer);
 
@@ -919,6 +1009,8 @@ ORV_API char *platform_extension(const char *path, char *buffer);
  * @param path   the path; it need not exist. Null gives null.
  * @param buffer room for the whole base name and its terminator, or null for a new block of that
  *               size
+ * @return the buffer that was written, or the new block, to be given back with orv_free(); null for
+ *         a null path
  */
 ORV_API char *platform_root_name(const char *path, char *buffer);
 
@@ -931,12 +1023,16 @@ ORV_API char *platform_root_name(const char *path, char *buffer);
  */
 ORV_API char *platform_real_path(const char *path, char *buffer);
 
-/** Tells whether a path begins with "/": 1 or 0; 0 for null. */
+/**
+ * Tells whether a path begins with "/".
+ * @param path the path; may be null
+ * @return 1 or 0; 0 for null
+ */
 ORV_API int platform_is_absolute(const char *path);
 
 /**
  * Resolves a path like platform_real_path(), or leaves it as it is.
- *
+ * @param path the path
  * @return the resolved path in a static buffer, which every further call of this one overwrites,
  *         also one that fails; `path` itself when it cannot be resolved. Not to be freed. Do not
  *         pass the result of an earlier call.
@@ -997,38 +1093,75 @@ ORV_API char *platform_real_path_in(const char *directory, const char *path, cha
  * @{
  */
 
-/** Tells when a file was last modified, in seconds since 1970; 0 when its status cannot be read. */
+/**
+ * Tells when a file was last modified.
+ * @param path the path; null names no file
+ * @return the time in seconds since 1970; 0 when the status cannot be read
+ */
 ORV_API int64_t platform_file_mtime(const char *path);
 
-/** Tells the size of a file in bytes; -1 when its status cannot be read. */
+/**
+ * Tells the size of a file in bytes.
+ * @param path the path; null names no file
+ * @return the bytes; -1 when the status cannot be read
+ */
 ORV_API int64_t platform_file_size(const char *path);
 
 /**
  * Tells the user name of a file's owner.
+ * @param path the path; null names no file
  * @return the name, in storage of the system's password lookup that the next lookup overwrites (not
  *         to be freed); null when the status cannot be read or the owner has no password entry
  */
 ORV_API const char *platform_file_owner(const char *path);
 
-/** Tells whether a path leads to a directory: 1 or 0. */
+/**
+ * Tells whether a path leads to a directory.
+ * @param path the path; null names no file
+ * @return 1 or 0
+ */
 ORV_API int platform_is_dir(const char *path);
 
-/** Tells whether a path leads to anything: 1 or 0. A dangling link leads to nothing. */
+/**
+ * Tells whether a path leads to anything. A dangling link leads to nothing.
+ * @param path the path; null names no file
+ * @return 1 or 0
+ */
 ORV_API int platform_exists(const char *path);
 
-/** The same as platform_exists(). */
+/**
+ * The same as platform_exists().
+ * @param path the path; null names no file
+ * @return 1 or 0
+ */
 ORV_API int platform_file_exists(const char *path);
 
-/** Tells whether the process's real user may read a file: 1 or 0, by access(). */
+/**
+ * Tells whether the process's real user may read a file, by access().
+ * @param path the path; null names no file
+ * @return 1 or 0
+ */
 ORV_API int platform_is_readable(const char *path);
 
-/** Tells whether the process's real user may write a file: 1 or 0, by access(). */
+/**
+ * Tells whether the process's real user may write a file, by access().
+ * @param path the path; null names no file
+ * @return 1 or 0
+ */
 ORV_API int platform_is_writable(const char *path);
 
-/** Tells whether the process's real user may execute a file or search a directory: 1 or 0. */
+/**
+ * Tells whether the process's real user may execute a file or search a directory.
+ * @param path the path; null names no file
+ * @return 1 or 0
+ */
 ORV_API int platform_is_executable(const char *path);
 
-/** Tells whether a path leads to a directory that the process's real user may write: 1 or 0. */
+/**
+ * Tells whether a path leads to a directory that the process's real user may write.
+ * @param path the path; null names no file
+ * @return 1 or 0
+ */
 ORV_API int platform_is_writable_dir(const char *path);
 
 /**
@@ -1051,21 +1184,39 @@ ORV_API uint64_t platform_free_space(const char *path);
 
 /**
  * Removes a file or an empty directory.
+ * @param path the file or empty directory
  * @return 1; 0 when there is nothing at the path or the system refused. A dangling link counts as
  *         nothing and stays: unlink() removes it.
  */
 ORV_API int platform_remove(const char *path);
 
-/** Renames a file or directory within its file system: 1, or 0 with errno set. */
+/**
+ * Renames a file or directory within its file system.
+ * @param old_path what is there
+ * @param new_path its new path; a file that is there is replaced
+ * @return 1, or 0 with errno set
+ */
 ORV_API int platform_rename(const char *old_path, const char *new_path);
 
-/** Makes a directory with mode 0777 less the umask: 1, or 0 with errno set. */
+/**
+ * Makes a directory with mode 0777 less the umask.
+ * @param path the directory to make
+ * @return 1, or 0 with errno set
+ */
 ORV_API int platform_mkdir(const char *path);
 
-/** The same as platform_mkdir(). */
+/**
+ * The same as platform_mkdir().
+ * @param path the directory to make
+ * @return 1, or 0 with errno set
+ */
 ORV_API int platform_make_dir(const char *path);
 
-/** Removes an empty directory: 1, or 0 with errno set. */
+/**
+ * Removes an empty directory.
+ * @param path the directory
+ * @return 1, or 0 with errno set
+ */
 ORV_API int platform_rmdir(const char *path);
 
 /**
@@ -1075,6 +1226,9 @@ ORV_API int platform_rmdir(const char *path);
  * opened, and a file copied onto itself is left empty. What the writes return is not looked at, so
  * a full disk leaves a short copy and still the result 1: compare platform_file_size() of both
  * where that matters.
+ *
+ * @param source      the file to copy
+ * @param destination the file to write
  * @return 1 when the end of the source was reached; 0 with errno set when a file could not be
  *         opened or a read failed (the copy then holds what was read before)
  */
@@ -1147,11 +1301,12 @@ ORV_API int platform_list_dir(const char *directory, const char *pattern,
 ORV_API void platform_free_dir_list(platform_file_list_t *list);
 
 /**
- * Tells whether a name matches a shell wildcard, by fnmatch() without flags: 1 or 0.
+ * Tells whether a name matches a shell wildcard, by fnmatch() without flags.
  *
  * Here "*" matches "/" and a leading "." too.
  * @param name    the name; null gives 0
  * @param pattern the wildcard; null or empty means "*"
+ * @return 1 or 0
  */
 ORV_API int platform_name_matches(const char *name, const char *pattern);
 
@@ -1175,6 +1330,7 @@ ORV_API int platform_name_matches(const char *name, const char *pattern);
 
 /**
  * Removes a file or a tree (rm -r -f). Links are removed, not followed.
+ * @param path the file or tree
  * @return 1 when the tool ended with 0, also when there was nothing at the path; else 0, also when
  *         no process could be started
  */
@@ -1182,6 +1338,8 @@ ORV_API int platform_rm_rf(const char *path);
 
 /**
  * Copies a file or a tree with its links, modes and times (cp -a).
+ * @param source      the file or tree to copy
+ * @param destination the new path, or an existing directory to copy it into
  * @return 1 when the tool ended with 0; else 0, also when no process could be started
  */
 ORV_API int platform_cp_a(const char *source, const char *destination);
@@ -1237,37 +1395,73 @@ typedef struct platform_file_sig_t {
   uint64_t check; /**< size XOR 0x404040, which tells a signature from zeros; never compared */
 } platform_file_sig_t;
 
-/** Takes the signature of a file, links followed; the empty one when its status is unreadable. */
+/**
+ * Takes the signature of a file, links followed.
+ * @param path the file
+ * @return the signature; the empty one when the status is unreadable
+ */
 ORV_API platform_file_sig_t platform_file_sig(const char *path);
 
-/** Takes the signature of an open file; the empty one when `fd` is not open. */
+/**
+ * Takes the signature of an open file.
+ * @param fd the descriptor
+ * @return the signature; the empty one when `fd` is not open
+ */
 ORV_API platform_file_sig_t platform_fd_sig(int fd);
 
 /**
- * Takes the signature of an open stream's file; the empty one for null and for a stream without a
- * descriptor. What the stream still buffers is not in the file yet.
+ * Takes the signature of an open stream's file.
+ *
+ * What the stream still buffers is not in the file yet.
+ *
+ * @param stream the stream
+ * @return the signature; the empty one for null and for a stream without a descriptor
  */
 ORV_API platform_file_sig_t platform_stream_sig(FILE *stream);
 
 /**
- * Tells whether two signatures differ: 1 or 0. `atime` and `check` are not compared: reading a file
- * does not change it.
+ * Tells whether two signatures differ.
+ *
+ * `atime` and `check` are not compared: reading a file does not change it.
+ *
+ * @param a one signature
+ * @param b the other
+ * @return 1 or 0
  */
 ORV_API int platform_sig_differs(platform_file_sig_t a, platform_file_sig_t b);
 
-/** Tells whether `check` fits `size`: 1 or 0. The empty signature is not valid. */
+/**
+ * Tells whether `check` fits `size`.
+ * @param sig the signature
+ * @return 1 or 0; 0 for the empty signature
+ */
 ORV_API int platform_sig_valid(platform_file_sig_t sig);
 
 /**
- * Tells whether a file has another signature than before: 1 or 0. A file that is gone has changed,
- * unless it was gone before too.
+ * Tells whether a file has another signature than before.
+ *
+ * A file that is gone has changed, unless it was gone before too.
+ *
+ * @param path    the file
+ * @param earlier the signature that was taken before
+ * @return 1 or 0
  */
 ORV_API int platform_file_changed(const char *path, platform_file_sig_t earlier);
 
-/** The same for an open descriptor. */
+/**
+ * Tells the same as platform_file_changed(), for an open descriptor.
+ * @param fd      the descriptor
+ * @param earlier the signature that was taken before
+ * @return 1 or 0
+ */
 ORV_API int platform_fd_changed(int fd, platform_file_sig_t earlier);
 
-/** The same for an open stream. */
+/**
+ * Tells the same as platform_file_changed(), for an open stream.
+ * @param stream  the stream
+ * @param earlier the signature that was taken before
+ * @return 1 or 0
+ */
 ORV_API int platform_stream_changed(FILE *stream, platform_file_sig_t earlier);
 
 /**
@@ -1322,7 +1516,7 @@ ORV_API int platform_process_exists(int pid);
  * @param pid          process id; any negative value stands for the calling process.
  * @param virtual_kb   where to store the size of the address space, rounded up; may be null.
  * @param resident_kb  where to store what is held in memory, rounded down; may be null.
- * @return 1 with the sizes stored, or 0 with nothing stored after a report through diag_perror:
+ * @return 1 with the sizes stored, or 0 with nothing stored after a report through diag_perror():
  *         "Can't open pinfo file" (no such process, no /proc), "Can't open pinfo stat file" or
  *         "Can't read pinfo stat file". errno is left as the failed step set it.
  *
@@ -1340,10 +1534,16 @@ ORV_API int platform_process_memory(int pid, uint64_t *virtual_kb, uint64_t *res
  */
 ORV_API unsigned int platform_sleep(unsigned int seconds);
 
-/** Tells the size of a page of memory, in bytes. */
+/**
+ * Tells the size of a page of memory.
+ * @return bytes
+ */
 ORV_API int platform_page_size(void);
 
-/** Tells the id of the calling process. */
+/**
+ * Tells the id of the calling process.
+ * @return the id
+ */
 ORV_API int platform_getpid(void);
 
 /** @} */
@@ -1395,7 +1595,7 @@ ORV_API int platform_getpid(void);
  */
 
 /**
- * Carries out a debug request or logs the arguments: platform_debug_args without a log name.
+ * Carries out a debug request or logs the arguments: platform_debug_args() without a log name.
  *
  * @param argc the argument count of main; shortened when the command line holds a request
  * @param argv the argument vector of main; cut in place with the count
@@ -1411,15 +1611,16 @@ ORV_API void platform_init_args(int *argc, char **argv);
  * request lets the program go on, the call returns **without logging the arguments** and without
  * looking at `ORV_DEBUG`. Without one, a value of `ORV_DEBUG` that is not empty is the request: the
  * variable is set to the empty string first, so that a program started by the request does not act
- * on it again. Then platform_log_args is called.
+ * on it again. Then platform_log_args() is called.
  *
  * Returns unless the process was replaced. Ends the process with status 1, after a line on standard
  * error, when the request is not understood, cannot be carried out, or is too long: more than 4095
- * bytes after the marker (the value of `ORV_DEBUG` may have any length), and see platform_debug_op.
+ * bytes after the marker (the value of `ORV_DEBUG` may have any length), and see
+ * platform_debug_op().
  *
  * @param argc points to the argument count, which may be 0
  * @param argv the argument vector, ended by null; entry 0 may be null
- * @param log_name the name of the diagnostic log, see platform_log_args; may be null
+ * @param log_name the name of the diagnostic log, see platform_log_args(); may be null
  */
 ORV_API void platform_debug_args(int *argc, char **argv, const char *log_name);
 
@@ -1441,7 +1642,7 @@ ORV_API void platform_debug_args(int *argc, char **argv, const char *log_name);
  * - `"__ORV_DEBUG__ %s" operands too long.` for a command line of "using" longer than 1023 bytes
  *   or more than 256 operands of any operation: nothing is ever cut into another command
  * - `"__ORV_DEBUG__ %s" program arguments too long.` when they do not fit `ORV_EXE_PARMS`, see
- *   platform_debug_export
+ *   platform_debug_export()
  * - `"__ORV_DEBUG__ using" w/execl() call failed.` when there is no `/bin/sh`
  * - `"__ORV_DEBUG__ exec" w/execv() call failed.` when the program cannot be executed
  *
@@ -1472,7 +1673,7 @@ ORV_API void platform_debug_export(const char *program, char *const *args);
  * The log is named after the program when `log_name` is null: the base name without its extension
  * and without one leading product prefix ("velta", "orv" or "zo_", in any letter case). Opening a
  * log takes a second; nothing is opened unless `ORV_DIAGNOSTICS_PATH` asks for it, see
- * diag_open_stamped_log. As in every trace text, "%%" in an argument comes out as "%"; any other
+ * diag_open_stamped_log(). As in every trace text, "%%" in an argument comes out as "%"; any other
  * percent sign is written as it is.
  *
  * @param argc points to the argument count, which may be 0
@@ -1481,7 +1682,8 @@ ORV_API void platform_debug_export(const char *program, char *const *args);
  */
 ORV_API void platform_log_args(int *argc, char **argv, const char *log_name);
 
-/** Runs at the start of platform_log_args, and does nothing: a place for a debugger to stop at. */
+/** Runs at the start of platform_log_args(), and does nothing: a place for a debugger to stop at.
+ */
 ORV_API void platform_args_hook(void);
 
 /**
