@@ -88,6 +88,8 @@ extern "C" {
 
 /**
  * @defgroup orv_alloc_named Allocating under the caller's name
+ *
+ * The everyday calls: each is told the name of the calling function and what the storage is for.
  * @{
  */
 
@@ -311,6 +313,8 @@ ORV_API char *orv_strdup2_at(const char *text1, const char *text2, const char *m
 
 /**
  * @defgroup orv_alloc_settings Refused storage, and what was asked for
+ *
+ * What happens when the system refuses storage, and how much was asked of it.
  * @{
  */
 

@@ -66,6 +66,8 @@ extern "C" {
 
 /**
  * @defgroup msg_types Types and layout
+ *
+ * Who a message is for, and how its text is laid out.
  * @{
  */
 
@@ -185,6 +187,8 @@ ORV_API const char *msg_type_name(int type);
 
 /**
  * @defgroup msg_settings Width, solo output and prefixes
+ *
+ * What can be set for all messages.
  * @{
  */
 

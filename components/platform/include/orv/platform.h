@@ -114,6 +114,8 @@ typedef struct platform_pair_handle {
 
 /**
  * @defgroup pair_open Opening
+ *
+ * The parent's side and the companion's.
  * @{
  */
 
@@ -209,6 +211,8 @@ ORV_API platform_pair_handle *platform_pair_child_open(const char *name, int ign
 
 /**
  * @defgroup pair_exchange Sending and receiving
+ *
+ * A stream of bytes in both directions.
  * @{
  */
 
@@ -246,6 +250,8 @@ ORV_API int platform_pair_recv(platform_pair_handle *ph, void *buffer, int lengt
 
 /**
  * @defgroup pair_state Asking a handle
+ *
+ * What the handle knows, and whether the other side is alive.
  * @{
  */
 
@@ -371,6 +377,8 @@ ORV_API char *platform_pair_describe(const platform_pair_handle *ph, char *buffe
 
 /**
  * @defgroup pair_end Ending
+ *
+ * Ending the companion, and closing the connection.
  * @{
  */
 
@@ -599,6 +607,8 @@ ORV_API int platform_fd_set_blocking(int fd, int blocking);
 
 /**
  * @defgroup socket_setup Setting sockets up
+ *
+ * Listening, accepting, connecting, closing.
  * @{
  */
 
@@ -726,6 +736,8 @@ ORV_API int platform_sock_send_message(int sock, const char *first, const char *
 
 /**
  * @defgroup socket_receive Receiving
+ *
+ * Receiving bytes, at once or after a wait.
  * @{
  */
 
@@ -767,6 +779,8 @@ ORV_API int platform_sock_recv_wait(int sock, void *buffer, int length, int wait
 
 /**
  * @defgroup socket_buffer The message buffer
+ *
+ * Where received bytes collect until they make a message.
  * @{
  */
 
@@ -945,6 +959,8 @@ ORV_API int platform_message_loop(int sock, platform_message_handler handler,
 
 /**
  * @defgroup orv_paths Working directory and path names
+ *
+ * Where the process stands, and what the parts of a path are.
  * @{
  */
 
@@ -1090,6 +1106,8 @@ ORV_API char *platform_real_path_in(const char *directory, const char *path, cha
 
 /**
  * @defgroup orv_file_status Status of a file
+ *
+ * Questions about one path.
  * @{
  */
 
@@ -1179,6 +1197,8 @@ ORV_API uint64_t platform_free_space(const char *path);
 
 /**
  * @defgroup orv_file_changes Small changes
+ *
+ * Removing, renaming, copying, and making directories, within the process.
  * @{
  */
 
@@ -1259,6 +1279,8 @@ ORV_API int platform_remove_tree(const char *path);
 
 /**
  * @defgroup orv_listing Listing by wildcard
+ *
+ * The entries of a directory that match a pattern.
  * @{
  */
 
