@@ -11,21 +11,58 @@ readonly project jobs
 # localhost for some stranger.
 # shellcheck disable=SC2034 # read by the scripts that source this file
 {
-  build_needs=("cmake=cmake" "ninja-build=ninja" "gcc=gcc" "g++=g++"
-    "libc6-dev=/usr/include/stdio.h" "libstdc++-12-dev=/usr/include/c++")
-  test_needs=("${build_needs[@]}" "libgtest-dev=/usr/include/gtest/gtest.h"
-    "libgmock-dev=/usr/include/gmock/gmock.h" "pkg-config=pkg-config" "binutils=nm" "gdb=gdb"
-    "python3=python3" "valgrind=valgrind" "libc6-dbg=/usr/lib/debug/.build-id"
-    "libnss-myhostname=host:localhost")
-  docs_needs=("doxygen=doxygen")
-  check_needs=("${test_needs[@]}" "${docs_needs[@]}" "clang=clang" "clang-format=clang-format"
-    "clang-tidy=clang-tidy" "libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang/14.0.6/lib/linux"
-    "cppcheck=cppcheck" "shellcheck=shellcheck" "pmccabe=pmccabe" "mandoc=mandoc")
-  bench_needs=("${build_needs[@]}" "pkg-config=pkg-config" "python3=python3" "valgrind=valgrind"
-    "libc6-dbg=/usr/lib/debug/.build-id" "gnuplot-nox=gnuplot"
+  build_needs=(
+    "cmake=cmake"
+    "ninja-build=ninja"
+    "gcc=gcc"
+    "g++=g++"
+    "libc6-dev=/usr/include/stdio.h"
+    "libstdc++-12-dev=/usr/include/c++"
+  )
+  test_needs=(
+    "${build_needs[@]}"
+    "libgtest-dev=/usr/include/gtest/gtest.h"
+    "libgmock-dev=/usr/include/gmock/gmock.h"
+    "pkg-config=pkg-config"
+    "binutils=nm"
+    "gdb=gdb"
+    "python3=python3"
+    "valgrind=valgrind"
+    "libc6-dbg=/usr/lib/debug/.build-id"
+    "libnss-myhostname=host:localhost"
+  )
+  coverage_needs=(
+    "${test_needs[@]}"
+    "gcovr=gcovr"
+  )
+  docs_needs=(
+    "doxygen=doxygen"
+  )
+  check_needs=(
+    "${test_needs[@]}"
+    "${docs_needs[@]}"
+    "clang=clang"
+    "clang-format=clang-format"
+    "clang-tidy=clang-tidy"
+    "libclang-rt-14-dev=/usr/lib/llvm-14/lib/clang/14.0.6/lib/linux"
+    "cppcheck=cppcheck"
+    "shellcheck=shellcheck"
+    "pmccabe=pmccabe"
+    "mandoc=mandoc"
+    "gcovr=gcovr"
+  )
+  bench_needs=(
+    "${build_needs[@]}"
+    "pkg-config=pkg-config"
+    "python3=python3"
+    "valgrind=valgrind"
+    "libc6-dbg=/usr/lib/debug/.build-id"
+    "gnuplot-nox=gnuplot"
     "libdmalloc5=/usr/lib/x86_64-linux-gnu/libdmalloc.so.5"
-    "libglib2.0-dev=/usr/include/glib-2.0/glib.h" "libspdlog-dev=/usr/include/spdlog/spdlog.h"
-    "libgoogle-glog-dev=/usr/include/glog/logging.h")
+    "libglib2.0-dev=/usr/include/glib-2.0/glib.h"
+    "libspdlog-dev=/usr/include/spdlog/spdlog.h"
+    "libgoogle-glog-dev=/usr/include/glog/logging.h"
+  )
 }
 
 say() {

@@ -37,7 +37,7 @@ Call known[] = {
     {"fflush", 0, 0, 0, 0, 0},     {"read", 0, 0, 0, 0, 0},    {"vsnprintf", 0, 0, 0, 0, 0},
     {"sleep", 0, 0, 0, 0, 0},      {"poll", 0, 0, 0, 0, 0},    {"close", 0, 0, 0, 0, 0},
     {"fopen", 0, 0, 0, 0, 0},      {"fgets", 0, 0, 0, 0, 0},   {"getlogin", 0, 0, 0, 0, 0},
-    {"time", 0, 0, 0, 0, 0},       {"calloc", 0, 0, 0, 0, 0},
+    {"time", 0, 0, 0, 0, 0},       {"calloc", 0, 0, 0, 0, 0},  {"putenv", 0, 0, 0, 0, 0},
 };
 
 Call &call_named(const char *name) {
@@ -257,6 +257,7 @@ WRAP(int, vsnprintf, (char *buffer, size_t size, const char *format, va_list arg
      (buffer, size, format, args))
 WRAP(int, poll, (pollfd * fds, nfds_t count, int limit), (fds, count, limit))
 WRAP(int, close, (int fd), (fd))
+WRAP(int, putenv, (char *assignment), (assignment))
 
 int __real_fsync(int fd);
 int __wrap_fsync(int fd) {

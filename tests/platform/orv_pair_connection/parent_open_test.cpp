@@ -213,6 +213,17 @@ TEST_F(ParentOpen, tells_of_a_missing_program_through_the_connection) {
   platform_pair_close(ph);
 }
 
+TEST_F(ParentOpen, starts_no_program_that_could_not_be_handed_the_connection) {
+  refuse("putenv", ENOMEM);
+  platform_pair_handle *ph = open_companion("report");
+  char byte;
+  EXPECT_EQ(platform_pair_recv(ph, &byte, 1), 0);
+  await_end(platform_pair_companion_pid(ph));
+  EXPECT_EQ(platform_pair_companion_alive(ph), 0);
+  EXPECT_EQ(platform_pair_child_exit_status(ph), 1);
+  platform_pair_close(ph);
+}
+
 TEST_F(ParentOpen, writes_buffered_output_once_when_the_program_is_missing) {
   const auto outcome = run_in_child([] {
     printf("once");

@@ -247,6 +247,15 @@ TEST_F(Sending, returns_0_whichever_send_of_a_message_fails) {
   }
 }
 
+TEST_F(Sending, sends_no_second_line_after_a_first_that_failed) {
+  const std::string longer(kLongest + 1, 'x'); // goes out by itself
+  support::refuse("send", ECONNRESET, 0, 1);
+  const long before = sends();
+  EXPECT_EQ(platform_sock_send_message(ours, longer.c_str(), longer.c_str(), nullptr), 0);
+  EXPECT_EQ(errno, ECONNRESET);
+  EXPECT_EQ(sends(), before + 1);
+}
+
 TEST_F(Sending, returns_to_its_own_receiver_what_was_sent) {
   install(100000);
   const std::string y(kLongest + 1, 'y');
