@@ -8,30 +8,18 @@
 
 namespace {
 
-constexpr uint64_t kAllocated = 0x5739E56A;
 constexpr uint64_t kFreed = 0x7D2C5B7E;
-constexpr uint32_t kTrailer = 0x35A7B641;
 constexpr int kFillByte = 0xAB;
-constexpr int kLive = -1;
-constexpr int kRecords = 1024;
-
-struct Record {
-  void *block;
-  size_t length;
-  const char *method;
-  const char *function;
-  const char *purpose;
-  int status; // kLive, or the next free record
-  int kind;
-};
-static_assert(sizeof(Record) == 48);
+constexpr size_t kGrowth = 1024;
+constexpr int kNoRecord = -3;
 
 struct State {
-  int stage; // 1 once a block was obtained without debugging, 2 with debugging, else 0
-  uint32_t requested;
-  uint32_t live_bytes;
-  int free_head;
-  Record records[kRecords];
+  int stage = 0; // 1 once a block was obtained without debugging, 2 with debugging
+  uint32_t requested = 0;
+  uint32_t live_bytes = 0;
+  int free_head = kNoRecord;
+  size_t capacity = 0;
+  FloorRecord *records = nullptr;
 };
 
 [[gnu::visibility("hidden")]] constinit State state;
@@ -40,19 +28,21 @@ struct State {
   abort();
 }
 
-uint64_t header_of(void *block) {
-  uint64_t header;
-  memcpy(&header, static_cast<char *>(block) - 8, sizeof header);
-  return header;
-}
-
 void set_header(void *block, uint64_t word, uint64_t index) {
   const uint64_t header = word << 32U | index;
-  memcpy(static_cast<char *>(block) - 8, &header, sizeof header);
+  memcpy(static_cast<char *>(block) - sizeof header, &header, sizeof header);
 }
 
-char *trailer_of(void *block, size_t length) {
-  return static_cast<char *>(block) + (length + 3) / 4 * 4;
+[[gnu::cold, gnu::noinline]] void grow_table() {
+  const size_t capacity = state.capacity + kGrowth;
+  state.records =
+      static_cast<FloorRecord *>(realloc(state.records, capacity * sizeof(FloorRecord)));
+  memset(state.records + state.capacity, 0, kGrowth * sizeof(FloorRecord));
+  for (size_t i = state.capacity; i < capacity; i++)
+    state.records[i].status = static_cast<int>(i + 1);
+  state.records[capacity - 1].status = kNoRecord;
+  state.free_head = static_cast<int>(state.capacity);
+  state.capacity = capacity;
 }
 
 [[gnu::noinline]] void *obtain_tracked(size_t size, const char *function, const char *purpose) {
@@ -62,24 +52,26 @@ char *trailer_of(void *block, size_t length) {
   if (start == nullptr) [[unlikely]]
     refuse(size, function, purpose);
   void *block = start + 8;
+  if (state.free_head == kNoRecord) [[unlikely]]
+    grow_table();
   const int index = state.free_head;
-  Record &record = state.records[index];
+  FloorRecord &record = state.records[index];
   state.free_head = record.status;
-  record = {block, size, "floor_malloc", function, purpose, kLive, 0};
+  record = {block, size, "floor_malloc", function, purpose, kFloorLive, 0};
   state.live_bytes += static_cast<uint32_t>(size);
-  memcpy(trailer_of(block, size), &kTrailer, sizeof kTrailer);
-  set_header(block, kAllocated, static_cast<uint64_t>(index));
+  memcpy(floor_trailer(block, size), &kFloorTrailer, sizeof kFloorTrailer);
+  set_header(block, kFloorAllocated, static_cast<uint64_t>(index));
   return memset(block, kFillByte, size);
 }
 
 void release_tracked(void *block) {
-  const uint64_t header = header_of(block);
+  const uint64_t header = floor_header(block);
   const uint64_t index = header & UINT32_MAX;
-  if (header >> 32U != kAllocated || index >= kRecords) [[unlikely]]
+  if (header >> 32U != kFloorAllocated || index >= state.capacity) [[unlikely]]
     abort();
-  Record &record = state.records[index];
-  if (record.block != block || record.status != kLive ||
-      memcmp(trailer_of(block, record.length), &kTrailer, sizeof kTrailer) != 0) [[unlikely]]
+  FloorRecord &record = state.records[index];
+  if (record.block != block || record.status != kFloorLive || !floor_has_trailer(record))
+      [[unlikely]]
     abort();
   state.live_bytes -= static_cast<uint32_t>(record.length);
   record.status = state.free_head;
@@ -118,6 +110,8 @@ void floor_free(void *block) {
 
 void floor_enable_debug() {
   state.stage = 2;
-  for (int i = 0; i < kRecords; i++)
-    state.records[i].status = i + 1;
+}
+
+std::span<const FloorRecord> floor_records() {
+  return {state.records, state.capacity};
 }

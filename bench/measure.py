@@ -19,7 +19,7 @@ class Result:
     nanoseconds: float  # for a unit, the median
     ratio: float  # to the base, the median of the rounds' own ratios
     rounds: int
-    instructions: float | None = None  # an operation, beyond the base's
+    instructions: float | None = None  # an operation, beyond those of the case's choice
 
     @property
     def reached(self):
@@ -95,6 +95,8 @@ def count_instructions(case, results):
               if result.contender.counted or result.contender.instruction_goal is not None]
     if not wanted:
         return
-    of_base = instructions(case.contenders[0], case)
+    base = next(contender for contender in case.contenders
+                if contender.name == (case.instructions_beyond or case.contenders[0].name))
+    of_base = instructions(base, case)
     for result in wanted:
         result.instructions = instructions(result.contender, case) - of_base

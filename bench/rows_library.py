@@ -36,4 +36,86 @@ DEBUG_PAIRS = Row(2, "the same in debug mode 1", "malloc, free", (
     debug_pairs("256 live", 256, 2.8, 170),
 ))
 
-ROWS = (PAIRS, DEBUG_PAIRS)
+
+
+def heap_check(blocks, age, goal):
+    total = 10_000_000  # blocks checked in a run
+    return Case(f"{blocks} blocks, {age}", total // blocks, (
+        Contender("tight walk", "heap_check", "raw"),
+        Contender("floor", "heap_check"),
+        Contender("orv", "heap_check", goal=goal),
+        Contender("mcheck", "heap_check", environment=SYSTEM_CHECKS),
+        Contender("dmalloc", "heap_check", share=0.02, most_rounds=5, environment=DMALLOC),
+    ), parameter=f"{blocks} {age}", unit="block", units=blocks)
+
+
+HEAP_CHECK = Row(3, "the whole heap checked", "a tight walk", (
+    heap_check(1_000, "fresh", 1.1),
+    heap_check(10_000, "fresh", 1.0),
+    heap_check(100_000, "fresh", 0.95),
+    heap_check(1_000, "aged", 1.2),
+    heap_check(10_000, "aged", 1.1),
+    heap_check(100_000, "aged", 0.9),
+))
+
+
+def warning(title, target, goal, instruction_goal):
+    return Case(title, 200_000, (
+        Contender("fprintf, fflush", "warning", "raw"),
+        Contender("floor", "warning", counted=True),
+        Contender("orv", "warning", goal=goal, instruction_goal=instruction_goal),
+        Contender("spdlog", "warning_spdlog"),
+        Contender("GLib", "warning_glib", "glib", share=0.2),
+        Contender("glog", "warning_glog", "glog", share=0.2),
+    ), parameter=target, unit="line")
+
+
+WARNING = Row(4, "one warning line, flushed", "fprintf, fflush", (
+    warning("to a file in memory", "tmpfs", 1.10, 400),
+    warning("to /dev/null", "/dev/null", 1.15, 400),
+))
+
+TRACE_NOWHERE = Row(5, "a trace call without a stream", "empty function", (
+    Case("", 20_000_000, (
+        Contender("empty function", "trace", "nothing"),
+        Contender("empty loop", "trace", "loop"),
+        Contender("floor", "trace", counted=True),
+        Contender("orv", "trace", goal=1.30, instruction_goal=9),
+        Contender("spdlog, level off", "trace_spdlog", "spdlog", share=0.5, counted=True),
+        Contender("g_debug", "trace_glib", "glib", share=0.02),
+    ), unit="call", instructions_beyond="empty loop"),
+))
+
+TRACE = Row(6, "a trace line to one stream, not synced", "fprintf", (
+    Case("", 400_000, (
+        Contender("fprintf", "trace", "raw"),
+        Contender("orv", "trace", goal=1.1, counted=True),
+        Contender("spdlog", "trace_spdlog"),
+    ), parameter="tmpfs", unit="line"),
+))
+
+KILOBYTE = 1 << 10
+MEGABYTE = 1 << 20
+
+
+def wrapping(title, size, goal, lines=False):
+    contenders = (
+        Contender("fold", "wrapping"),
+        Contender("floor", "wrapping"),
+        Contender("orv", "wrapping", goal=goal),
+        Contender("fmt", "wrapping", share=0.2 if size < MEGABYTE else 1),
+    )
+    return Case(title, max(1, 20 * MEGABYTE // size), contenders,
+                parameter=f"{size} lines" if lines else str(size), unit="KB",
+                units=size / KILOBYTE)
+
+
+WRAPPING = Row(7, "text wrapped at 78 columns", "fold -s", (
+    wrapping("paragraphs of 2 KB", 2 * KILOBYTE, 0.18),
+    wrapping("one message of 20 MB with line breaks", 20 * MEGABYTE, 0.25, lines=True),
+    wrapping("64 KB without line breaks", 64 * KILOBYTE, 0.15),
+    wrapping("1 MB without line breaks", MEGABYTE, 0.20),
+    wrapping("20 MB without line breaks", 20 * MEGABYTE, 0.25),
+))
+
+ROWS = (PAIRS, DEBUG_PAIRS, HEAP_CHECK, WARNING, TRACE_NOWHERE, TRACE, WRAPPING)

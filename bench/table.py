@@ -34,6 +34,7 @@ class Case:
     unit: str = "operation"  # what the cost is told of
     units: float = 1  # how many of these an operation is
     counted_operations: int = 2000  # run under callgrind, and twice as many
+    instructions_beyond: str = ""  # the contender whose instructions are taken off; "" for the base
     clock: str = "processor"  # or "wall", where waiting is what is shown
 
 
