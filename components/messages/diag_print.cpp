@@ -2,6 +2,7 @@
 #include <orv/diag.h>
 
 #include "common/guards.h"
+#include "messages/format.h"
 #include "messages/state.h"
 
 #include <cstdarg>
@@ -31,7 +32,7 @@ void write_trace(FILE *stream, const char *text, bool has_percent) {
 
 // Expands the text, cut where it does not fit; a cut text still ends its line.
 bool expand_trace(char *text, const char *format, va_list args) {
-  const int length = vsnprintf(text, kTraceBytes, format, args);
+  const int length = format_text(text, kTraceBytes, format, args);
   if (length >= static_cast<int>(kTraceBytes))
     text[kTraceBytes - 2] = '\n';
   return length >= 0;

@@ -24,7 +24,7 @@ int32_t limit_asked_for(const char *value, int32_t current) {
   return std::max(static_cast<int32_t>(width), current);
 }
 
-void settle_width_from_environment() {
+[[gnu::cold, gnu::noinline]] void settle_width_from_environment() {
   ErrnoGuard keep;
   const char *value = getenv("ORV_MSGERR_WRAP");
   if (value != nullptr)

@@ -1,6 +1,7 @@
 // The text of a message: the format expanded into the library's own area, or where that is too
 // small into a heap block that grows until the text fits.
 #include "common/guards.h"
+#include "messages/format.h"
 #include "messages/state.h"
 #include "messages/writer.h"
 
@@ -36,7 +37,7 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
   va_list copy;
   va_copy(copy, args);
   errno = error_number; // what %m tells
-  const int length = vsnprintf(buffer, size, format, copy);
+  const int length = format_text(buffer, size, format, copy);
   va_end(copy);
   return length;
 }
@@ -65,7 +66,7 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
   return static_cast<size_t>(length) + 2;
 }
 
-[[nodiscard]] Text the_format_itself(const char *format) {
+[[nodiscard]] Text the_format_itself(std::string_view format) {
   return {.characters = format, .block = nullptr, .held = 0};
 }
 
@@ -87,11 +88,7 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
   return hold_text(free_area(), nullptr, std::min(static_cast<size_t>(length), size - 1));
 }
 
-} // namespace
-
-Text expand_text(const char *format, va_list args) {
-  if (strchr(format, '%') == nullptr)
-    return the_format_itself(format);
+[[nodiscard]] Text expand(const char *format, va_list args) {
   const ErrnoGuard entry;
   size_t size = kFirstSize;
   for (;;) {
@@ -108,6 +105,15 @@ Text expand_text(const char *format, va_list args) {
       return the_format_itself(format);
     size = next_size(length, size);
   }
+}
+
+} // namespace
+
+Text expand_text(const char *format, va_list args) {
+  const char *percent = strchrnul(format, '%');
+  if (*percent == '\0')
+    return the_format_itself({format, percent});
+  return expand(format, args);
 }
 
 void release_text(const Text &text) {
