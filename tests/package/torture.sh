@@ -8,9 +8,9 @@ compile_with_pkg_config "$program" "$here/project_c/program.c" "$shared/lib/pkgc
 export LD_LIBRARY_PATH="$shared/lib"
 
 status=0
-output=$("$shared/bin/orv-torture" --fail malloc:1 --only liborv.so.1 -- "$program" 2>&1) || status=$?
+output=$("$shared/bin/orv-torture" --fail malloc:2 --only liborv.so.1 -- "$program" 2>&1) || status=$?
 expect_equal "exit status" 1 "$status"
-grep -q '^Couldn.t allocate initial storage space for stream output array\.' <<<"$output" ||
+grep -q '^Error: ORV_STRDUP in .*: Not enough memory to allocate 4 bytes\.' <<<"${output//$'\n'       / }" ||
   fail "the library did not say what it lacks: $output"
 grep -q 'orv-torture: refused malloc (ENOMEM), called from liborv.so.1+0x' <<<"$output" ||
   fail "the launcher did not say what it refused: $output"

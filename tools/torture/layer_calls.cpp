@@ -60,6 +60,7 @@ int lookup_error(int error) {
 
 } // namespace
 
+// NOLINTBEGIN(bugprone-macro-parentheses): types and lists of parameters take none.
 #define DECLARE(type, call, parameters)                                                            \
   extern "C" [[gnu::visibility("default")]] type refusable_##call parameters asm(#call);           \
   [[gnu::section("torture_next"), gnu::used]] static constinit Next next_##call = {#call, nullptr};
@@ -291,3 +292,4 @@ LISTED_EXEC(execlp, int, execvp)
 
 ENDING(_exit)
 ENDING(_Exit)
+// NOLINTEND(bugprone-macro-parentheses)
