@@ -551,12 +551,12 @@ TEST_F(TextBuffer, that_is_refused_and_cannot_be_formatted_leaves_the_format) {
 TEST_F(TextBuffer, that_is_refused_as_it_grows_and_cannot_be_formatted_leaves_the_format) {
   support::refuse("malloc", ENOMEM);
   support::refuse("vsnprintf", ERANGE, 0, 2);
-  const Effort effort = effort_of([] { msg_print("text %d", 1); });
-  EXPECT_EQ(info.text(), "text %d\n");
+  const Effort effort = effort_of([] { msg_print("text %1d", 1); });
+  EXPECT_EQ(info.text(), "text %1d\n");
   EXPECT_EQ(effort.expansions, 2);
   support::refuse_nothing();
-  msg_print("text %d", 1);
-  EXPECT_EQ(info.text(), "text %d\ntext 1\n");
+  msg_print("text %1d", 1);
+  EXPECT_EQ(info.text(), "text %1d\ntext 1\n");
 }
 
 TEST_F(TextBuffer, that_is_refused_serves_one_message_after_another) {
