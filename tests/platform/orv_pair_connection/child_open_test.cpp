@@ -189,7 +189,7 @@ std::string dispositions_after(const char *value, int ignore_signals, const char
       [ignore_signals] {
         for (int number = 1; number < 32; number++)
           signal(number, SIG_DFL);
-        platform_pair_child_open(kName, ignore_signals, 1);
+        (void)!platform_pair_child_open(kName, ignore_signals, 1);
         printf("%s", dispositions().c_str());
       },
       {{kName, value}, {kSwitch, hybrid}});
@@ -393,7 +393,7 @@ TEST_F(HybridOpen, traces_why_the_connection_failed) {
   const auto outcome = run_in_child(
       [] {
         msg_add_stream(MSG_DIAG, stdout);
-        platform_pair_child_open(kName, 0, 1);
+        (void)!platform_pair_child_open(kName, 0, 1);
       },
       {{kName, value.c_str()}});
   EXPECT_EQ(outcome.out, "connection failed: Connection refused\n");

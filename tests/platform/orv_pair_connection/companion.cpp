@@ -123,7 +123,7 @@ int copy() {
 // Opens its side in allocation debug mode and reports what that left.
 int report_allocations(const char *name) {
   orv_enable_malloc_debug(ORV_MALLOC_CHECK_PTR);
-  platform_pair_child_open(name, 0, 1);
+  [[maybe_unused]] const platform_pair_handle *handle = platform_pair_child_open(name, 0, 1);
   orv_malloc_debug_report(1);
   return 0;
 }

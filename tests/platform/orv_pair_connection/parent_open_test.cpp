@@ -304,7 +304,7 @@ TEST_F(ParentOpenFails, with_both_ends_left_open_after_a_failed_fork) {
 TEST_F(ParentOpenFails, without_ignoring_sigpipe) {
   const auto outcome = run_in_child([] {
     refuse("fork", ENOMEM);
-    platform_pair_parent_open_lp(kName, 1, 1, kCompanion, nullptr, kCompanion, nullptr);
+    (void)!platform_pair_parent_open_lp(kName, 1, 1, kCompanion, nullptr, kCompanion, nullptr);
     printf("%d", sigpipe_ignored());
   });
   EXPECT_EQ(outcome.out, "0");
@@ -340,8 +340,8 @@ TEST_F(ArgumentList, holds_256_arguments) {
 
 TEST_F(ArgumentList, refuses_a_257th_by_an_assertion) {
   const auto outcome = run_in_child([] {
-    platform_pair_parent_open_lp(kName, 0, 1, kCompanion, nullptr, kCompanion, "exit", "0",
-                                 TIMES_250("x"), "x", "x", "x", "x", nullptr);
+    (void)!platform_pair_parent_open_lp(kName, 0, 1, kCompanion, nullptr, kCompanion, "exit", "0",
+                                        TIMES_250("x"), "x", "x", "x", "x", nullptr);
   });
   EXPECT_EQ(outcome.signal, SIGABRT);
   EXPECT_THAT(outcome.err, HasSubstr("components/platform/orv_pair_connection.cpp"));
@@ -361,8 +361,8 @@ TEST_F(ArgumentList, stores_a_null_first_argument_and_goes_on) {
       platform_pair_parent_open_lp(kName, 0, 1, kCompanion, nullptr, none, "exit", "3", nullptr);
   EXPECT_EQ(finish(ph), 99) << "the program sees the vector end at its first entry";
   const auto outcome = run_in_child([none] {
-    platform_pair_parent_open_lp(kName, 0, 1, kCompanion, nullptr, none, TIMES_250("x"), "x", "x",
-                                 "x", "x", "x", "x", nullptr);
+    (void)!platform_pair_parent_open_lp(kName, 0, 1, kCompanion, nullptr, none, TIMES_250("x"), "x",
+                                        "x", "x", "x", "x", "x", nullptr);
   });
   EXPECT_EQ(outcome.signal, SIGABRT) << "the null counts, so 256 more are one too many";
 }

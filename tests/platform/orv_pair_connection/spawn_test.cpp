@@ -148,8 +148,9 @@ TEST_F(SpawnList, holds_8191_arguments_and_the_null) {
 
 TEST_F(SpawnList, refuses_one_more_by_an_assertion) {
   const auto outcome = run_in_child([] {
-    platform_spawn_list("true", TIMES_8000("x"), TIMES_100("x"), TIMES_50("x"), TIMES_10("x"),
-                        TIMES_10("x"), TIMES_10("x"), TIMES_10("x"), "x", "x", nullptr);
+    (void)!platform_spawn_list("true", TIMES_8000("x"), TIMES_100("x"), TIMES_50("x"),
+                               TIMES_10("x"), TIMES_10("x"), TIMES_10("x"), TIMES_10("x"), "x", "x",
+                               nullptr);
   });
   EXPECT_EQ(outcome.signal, SIGABRT);
   EXPECT_THAT(outcome.err, HasSubstr("components/platform/orv_pair_connection_spawn.cpp:"));
@@ -158,8 +159,9 @@ TEST_F(SpawnList, refuses_one_more_by_an_assertion) {
 
 TEST_F(SpawnQuiet, refuses_too_many_arguments_as_well) {
   const auto outcome = run_in_child([] {
-    platform_spawn_list_quiet("true", TIMES_8000("x"), TIMES_100("x"), TIMES_50("x"), TIMES_10("x"),
-                              TIMES_10("x"), TIMES_10("x"), TIMES_10("x"), "x", "x", nullptr);
+    (void)!platform_spawn_list_quiet("true", TIMES_8000("x"), TIMES_100("x"), TIMES_50("x"),
+                                     TIMES_10("x"), TIMES_10("x"), TIMES_10("x"), TIMES_10("x"),
+                                     "x", "x", nullptr);
   });
   EXPECT_EQ(outcome.signal, SIGABRT);
   EXPECT_THAT(outcome.err, HasSubstr("idx < 8192"));

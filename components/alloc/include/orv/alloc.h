@@ -76,6 +76,20 @@
 #define ORV_SIZED_PRODUCT(count_index, size_index)
 #define ORV_NEW_BLOCK
 #endif
+/* A null that a compiler sees in a call is warned of. The library's own sources, which test for it
+ * at run time, and its tests, which try it, are left out. */
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wgcc-compat"
+#endif
+#if defined(__clang__) && !defined(ORV_BUILDING)
+#define ORV_NOT_NULL(index, parameter)                                                             \
+  __attribute__((diagnose_if(!(parameter), "null where " #parameter " may not be null", "warning")))
+#elif defined(__GNUC__) && !defined(ORV_BUILDING)
+#define ORV_NOT_NULL(index, parameter) __attribute__((nonnull(index)))
+#else
+#define ORV_NOT_NULL(index, parameter)
+#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -177,7 +191,8 @@ ORV_API char *orv_strdup(const char *text, const char *function,
  *   failure handler returns.
  */
 ORV_API char *orv_strdup2(const char *text1, const char *text2, const char *function,
-                          const char *purpose) ORV_NEW_BLOCK ORV_MUST_USE;
+                          const char *purpose) ORV_NEW_BLOCK ORV_MUST_USE ORV_NOT_NULL(1, text1)
+    ORV_NOT_NULL(2, text2);
 
 /**
  * Formats into a new text as large as it needs to be.
@@ -260,7 +275,8 @@ ORV_API void *orv_realloc_if_room(void *block, size_t size) ORV_SIZED(2) ORV_MUS
  * @return as orv_malloc().
  */
 ORV_API void *orv_malloc_at(size_t size, const char *method, int line,
-                            const char *file) ORV_NEW_BLOCK ORV_SIZED(1) ORV_MUST_USE;
+                            const char *file) ORV_NEW_BLOCK ORV_SIZED(1) ORV_MUST_USE
+    ORV_NOT_NULL(2, method) ORV_NOT_NULL(4, file);
 
 /**
  * orv_calloc() for a macro.
@@ -272,7 +288,8 @@ ORV_API void *orv_malloc_at(size_t size, const char *method, int line,
  * @return as orv_calloc()
  */
 ORV_API void *orv_calloc_at(size_t count, size_t size, const char *method, int line,
-                            const char *file) ORV_NEW_BLOCK ORV_SIZED_PRODUCT(1, 2) ORV_MUST_USE;
+                            const char *file) ORV_NEW_BLOCK ORV_SIZED_PRODUCT(1, 2) ORV_MUST_USE
+    ORV_NOT_NULL(3, method) ORV_NOT_NULL(5, file);
 
 /**
  * orv_realloc() for a macro.
@@ -284,7 +301,8 @@ ORV_API void *orv_calloc_at(size_t count, size_t size, const char *method, int l
  * @return as orv_realloc()
  */
 ORV_API void *orv_realloc_at(void *block, size_t size, const char *method, int line,
-                             const char *file) ORV_SIZED(2) ORV_MUST_USE;
+                             const char *file) ORV_SIZED(2) ORV_MUST_USE ORV_NOT_NULL(3, method)
+    ORV_NOT_NULL(5, file);
 
 /**
  * orv_strdup() for a macro.
@@ -295,7 +313,8 @@ ORV_API void *orv_realloc_at(void *block, size_t size, const char *method, int l
  * @return as orv_strdup()
  */
 ORV_API char *orv_strdup_at(const char *text, const char *method, int line,
-                            const char *file) ORV_NEW_BLOCK ORV_MUST_USE;
+                            const char *file) ORV_NEW_BLOCK ORV_MUST_USE ORV_NOT_NULL(2, method)
+    ORV_NOT_NULL(4, file);
 
 /**
  * orv_strdup2() for a macro.
@@ -307,7 +326,8 @@ ORV_API char *orv_strdup_at(const char *text, const char *method, int line,
  * @return as orv_strdup2()
  */
 ORV_API char *orv_strdup2_at(const char *text1, const char *text2, const char *method, int line,
-                             const char *file) ORV_NEW_BLOCK ORV_MUST_USE;
+                             const char *file) ORV_NEW_BLOCK ORV_MUST_USE ORV_NOT_NULL(1, text1)
+    ORV_NOT_NULL(2, text2) ORV_NOT_NULL(3, method) ORV_NOT_NULL(5, file);
 
 /** @} */
 
@@ -476,5 +496,9 @@ ORV_API void orv_set_malloc_free_report_threshold(int size);
 #undef ORV_SIZED
 #undef ORV_SIZED_PRODUCT
 #undef ORV_NEW_BLOCK
+#undef ORV_NOT_NULL
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
 
 #endif

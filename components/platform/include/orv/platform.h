@@ -13,9 +13,40 @@
 #if defined(__GNUC__) || defined(__clang__)
 #define ORV_API __attribute__((visibility("default")))
 #define ORV_SENTINEL __attribute__((sentinel))
+#define ORV_MUST_USE __attribute__((warn_unused_result))
 #else
 #define ORV_API
 #define ORV_SENTINEL
+#define ORV_MUST_USE
+#endif
+#if !defined(__clang__) && defined(__GNUC__) && __GNUC__ >= 11
+#define ORV_RELEASED_BY(function) __attribute__((malloc(function, 1)))
+#else
+#define ORV_RELEASED_BY(function)
+#endif
+/* A null, and a size that is larger than its area, are warned of where a compiler sees them in a
+ * call. The library's own sources, which test for them at run time, and its tests, which try them,
+ * are left out. */
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wgcc-compat"
+#endif
+#if defined(__clang__) && !defined(ORV_BUILDING)
+#define ORV_NOT_NULL(index, parameter)                                                             \
+  __attribute__((diagnose_if(!(parameter), "null where " #parameter " may not be null", "warning")))
+#elif defined(__GNUC__) && !defined(ORV_BUILDING)
+#define ORV_NOT_NULL(index, parameter) __attribute__((nonnull(index)))
+#else
+#define ORV_NOT_NULL(index, parameter)
+#endif
+#if !defined(__clang__) && defined(__GNUC__) && __GNUC__ >= 11 && !defined(ORV_BUILDING)
+#define ORV_READS(pointer_index, size_index)                                                       \
+  __attribute__((access(read_only, pointer_index, size_index)))
+#define ORV_FILLS(pointer_index, size_index)                                                       \
+  __attribute__((access(write_only, pointer_index, size_index)))
+#else
+#define ORV_READS(pointer_index, size_index)
+#define ORV_FILLS(pointer_index, size_index)
 #endif
 
 #ifdef __cplusplus
@@ -109,6 +140,9 @@ typedef struct platform_pair_handle {
   struct platform_pair_handle *self; /**< the handle's own address: what makes it valid */
 } platform_pair_handle;
 
+/* Declared ahead, see below, for the calls whose result it releases. */
+ORV_API int platform_pair_close(platform_pair_handle *ph);
+
 /** Bytes that always hold what platform_pair_describe() writes. */
 #define PLATFORM_PAIR_DESCRIBE_SIZE 512
 
@@ -151,7 +185,8 @@ typedef struct platform_pair_handle {
  */
 ORV_API platform_pair_handle *platform_pair_parent_open_vp(const char *name, int ignore_sigpipe,
                                                            int blocking, const char *file,
-                                                           const int *std_fds, char *const *argv);
+                                                           const int *std_fds, char *const *argv)
+    ORV_NOT_NULL(1, name) ORV_RELEASED_BY(platform_pair_close) ORV_MUST_USE;
 
 /**
  * Does what platform_pair_parent_open_vp() does, with the arguments as a null-ended list.
@@ -168,10 +203,10 @@ ORV_API platform_pair_handle *platform_pair_parent_open_vp(const char *name, int
  * @param arg0,...       the program's arguments, its name first by custom, ended by null
  * @return as platform_pair_parent_open_vp()
  */
-ORV_API platform_pair_handle *platform_pair_parent_open_lp(const char *name, int ignore_sigpipe,
-                                                           int blocking, const char *file,
-                                                           const int *std_fds, const char *arg0,
-                                                           ...) ORV_SENTINEL;
+ORV_API platform_pair_handle *
+platform_pair_parent_open_lp(const char *name, int ignore_sigpipe, int blocking, const char *file,
+                             const int *std_fds, const char *arg0, ...) ORV_SENTINEL
+    ORV_NOT_NULL(1, name) ORV_RELEASED_BY(platform_pair_close) ORV_MUST_USE;
 
 /**
  * Opens the companion's side from the hand-over variable.
@@ -205,7 +240,8 @@ ORV_API platform_pair_handle *platform_pair_parent_open_lp(const char *name, int
  * its report shows under the method ORV_STRDUP.
  */
 ORV_API platform_pair_handle *platform_pair_child_open(const char *name, int ignore_signals,
-                                                       int blocking);
+                                                       int blocking) ORV_NOT_NULL(1, name)
+    ORV_RELEASED_BY(platform_pair_close) ORV_MUST_USE;
 
 /** @} */
 
@@ -231,7 +267,8 @@ ORV_API platform_pair_handle *platform_pair_child_open(const char *name, int ign
  * nothing. SIGPIPE is raised when the other side is gone, unless it is ignored (see the open
  * calls); where it is, EPIPE is saved.
  */
-ORV_API int platform_pair_send(platform_pair_handle *ph, const void *buffer, int length);
+ORV_API int platform_pair_send(platform_pair_handle *ph, const void *buffer, int length)
+    ORV_NOT_NULL(1, ph) ORV_READS(2, 3);
 
 /**
  * Receives bytes with one recv() call.
@@ -244,7 +281,8 @@ ORV_API int platform_pair_send(platform_pair_handle *ph, const void *buffer, int
  *         not EAGAIN; at the end of the stream it saves nothing. The saved errno is never
  *         cleared, so what tells the three apart is whether it changed, and errno after the call.
  */
-ORV_API int platform_pair_recv(platform_pair_handle *ph, void *buffer, int length);
+ORV_API int platform_pair_recv(platform_pair_handle *ph, void *buffer, int length)
+    ORV_NOT_NULL(1, ph) ORV_FILLS(2, 3);
 
 /** @} */
 
@@ -260,42 +298,42 @@ ORV_API int platform_pair_recv(platform_pair_handle *ph, void *buffer, int lengt
  * @param ph a valid handle
  * @return the error number; 0 for none, -1 for a hand-over value without two numbers
  */
-ORV_API int platform_pair_errno(const platform_pair_handle *ph);
+ORV_API int platform_pair_errno(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells whether the saved errno is 0.
  * @param ph a valid handle
  * @return 1 or 0; 1 after an open that found no marker, too
  */
-ORV_API int platform_pair_ok(const platform_pair_handle *ph);
+ORV_API int platform_pair_ok(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Gives strerror()'s text for the saved errno.
  * @param ph a valid handle
  * @return the text, also for 0 and -1; the next strerror() overwrites it
  */
-ORV_API const char *platform_pair_errstr(const platform_pair_handle *ph);
+ORV_API const char *platform_pair_errstr(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells the process id of the other side.
  * @param ph a valid handle
  * @return the id; 0 after a failed open
  */
-ORV_API int platform_pair_companion_pid(const platform_pair_handle *ph);
+ORV_API int platform_pair_companion_pid(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells the descriptor that is received from.
  * @param ph a valid handle
  * @return the descriptor, or -1. It stays the handle's own: do not close it.
  */
-ORV_API int platform_pair_rx_fd(const platform_pair_handle *ph);
+ORV_API int platform_pair_rx_fd(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells the descriptor that is sent to.
  * @param ph a valid handle
  * @return the descriptor, or -1; the same one as platform_pair_rx_fd()
  */
-ORV_API int platform_pair_tx_fd(const platform_pair_handle *ph);
+ORV_API int platform_pair_tx_fd(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells the companion's exit status.
@@ -303,35 +341,35 @@ ORV_API int platform_pair_tx_fd(const platform_pair_handle *ph);
  * @return the status, 0 to 255; 256 until platform_pair_companion_alive() collected it; 0 of a
  *         companion that a signal ended
  */
-ORV_API int platform_pair_child_exit_status(const platform_pair_handle *ph);
+ORV_API int platform_pair_child_exit_status(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells the signal that ended the companion.
  * @param ph a valid handle
  * @return the signal; 0 for none, or until platform_pair_companion_alive() collected it
  */
-ORV_API int platform_pair_child_term_signal(const platform_pair_handle *ph);
+ORV_API int platform_pair_child_term_signal(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells whether the hand-over value carried the hybrid marker "pid-rtx_fd_w".
  * @param ph a valid handle
  * @return 1 or 0
  */
-ORV_API int platform_pair_hybrid_environment(const platform_pair_handle *ph);
+ORV_API int platform_pair_hybrid_environment(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells whether this is the parent's side.
  * @param ph a valid handle
  * @return 1 or 0
  */
-ORV_API int platform_pair_parent(const platform_pair_handle *ph);
+ORV_API int platform_pair_parent(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells whether this is the companion's side.
  * @param ph a valid handle
  * @return 1 or 0
  */
-ORV_API int platform_pair_child(const platform_pair_handle *ph);
+ORV_API int platform_pair_child(const platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells whether the other process is taken to be alive.
@@ -345,7 +383,7 @@ ORV_API int platform_pair_child(const platform_pair_handle *ph);
  * @param ph a valid handle
  * @return 1 or 0
  */
-ORV_API int platform_pair_companion_alive(platform_pair_handle *ph);
+ORV_API int platform_pair_companion_alive(platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Tells whether a handle is valid: not null and holding its own address.
@@ -371,7 +409,8 @@ ORV_API int platform_pair_valid(const platform_pair_handle *ph);
  *               the next such call overwrites
  * @return the buffer that was written
  */
-ORV_API char *platform_pair_describe(const platform_pair_handle *ph, char *buffer);
+ORV_API char *platform_pair_describe(const platform_pair_handle *ph, char *buffer)
+    ORV_NOT_NULL(1, ph);
 
 /** @} */
 
@@ -392,7 +431,7 @@ ORV_API char *platform_pair_describe(const platform_pair_handle *ph, char *buffe
  * @param ph a valid handle
  * @return 1 or 0; 0 on the companion's side, where nothing is done
  */
-ORV_API int platform_pair_kill_child(platform_pair_handle *ph);
+ORV_API int platform_pair_kill_child(platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /**
  * Closes the connection and frees the handle.
@@ -406,7 +445,7 @@ ORV_API int platform_pair_kill_child(platform_pair_handle *ph);
  * @param ph a valid handle, which is gone afterwards
  * @return 1
  */
-ORV_API int platform_pair_close(platform_pair_handle *ph);
+ORV_API int platform_pair_close(platform_pair_handle *ph) ORV_NOT_NULL(1, ph);
 
 /** @} */
 /** @} */
@@ -448,7 +487,8 @@ ORV_API int platform_pair_close(platform_pair_handle *ph);
  *         and the child must end itself, with _exit(), so that buffered output is not written
  *         twice.
  */
-ORV_API int platform_spawn_fds(const char *program, char *const *argv, const int *std_fds);
+ORV_API int platform_spawn_fds(const char *program, char *const *argv,
+                               const int *std_fds) ORV_MUST_USE;
 
 /**
  * Does what platform_spawn_fds() does, without descriptors: the child inherits all.
@@ -456,7 +496,7 @@ ORV_API int platform_spawn_fds(const char *program, char *const *argv, const int
  * @param argv    the null-ended vector for the program, its name first by custom
  * @return as platform_spawn_fds(), with the 0 in a child whose program could not be run
  */
-ORV_API int platform_spawn(const char *program, char *const *argv);
+ORV_API int platform_spawn(const char *program, char *const *argv) ORV_MUST_USE;
 
 /**
  * Starts a program with a null-ended list of arguments, and with the null device for its standard
@@ -470,7 +510,8 @@ ORV_API int platform_spawn(const char *program, char *const *argv);
  * @param arg0,... the program's arguments, its name first by custom, ended by null
  * @return as platform_spawn_fds(), with the 0 in a child whose program could not be run
  */
-ORV_API int platform_spawn_list_quiet(const char *program, const char *arg0, ...) ORV_SENTINEL;
+ORV_API int platform_spawn_list_quiet(const char *program, const char *arg0,
+                                      ...) ORV_SENTINEL ORV_MUST_USE;
 
 /**
  * Does what platform_spawn_list_quiet() does, but the child inherits the standard descriptors.
@@ -478,7 +519,8 @@ ORV_API int platform_spawn_list_quiet(const char *program, const char *arg0, ...
  * @param arg0,... the program's arguments, its name first by custom, ended by null
  * @return as platform_spawn_fds(), with the 0 in a child whose program could not be run
  */
-ORV_API int platform_spawn_list(const char *program, const char *arg0, ...) ORV_SENTINEL;
+ORV_API int platform_spawn_list(const char *program, const char *arg0,
+                                ...) ORV_SENTINEL ORV_MUST_USE;
 
 /**
  * Waits until a child process ends.
@@ -630,7 +672,7 @@ ORV_API int platform_fd_set_blocking(int fd, int blocking);
  *
  * The lookup behind a socket that was opened is never released.
  */
-ORV_API int platform_server_sock_open(int first, int end, int *port_out);
+ORV_API int platform_server_sock_open(int first, int end, int *port_out) ORV_MUST_USE;
 
 /**
  * Accepts one connection, and closes the listening socket, whether or not one was accepted.
@@ -644,7 +686,7 @@ ORV_API int platform_server_sock_open(int first, int end, int *port_out);
  * @param listening the listening socket
  * @return the connected socket, which the caller closes; or -1, with errno of the last attempt
  */
-ORV_API int platform_sock_accept(int listening);
+ORV_API int platform_sock_accept(int listening) ORV_MUST_USE;
 
 /**
  * Waits for a connection and then does what platform_sock_accept() does.
@@ -657,7 +699,7 @@ ORV_API int platform_sock_accept(int listening);
  *         memory brings about, is reported as "select failed" and leaves the listening socket as
  *         it was; a failed accept has closed it.
  */
-ORV_API int platform_sock_accept_timeout(int listening, int seconds);
+ORV_API int platform_sock_accept_timeout(int listening, int seconds) ORV_MUST_USE;
 
 /**
  * Connects to a host and port over TCP and IPv4.
@@ -671,7 +713,7 @@ ORV_API int platform_sock_accept_timeout(int listening, int seconds);
  *         EADDRNOTAVAIL when the lookup found none or the port is out of range. Nothing is
  *         reported.
  */
-ORV_API int platform_sock_connect(const char *host, int port);
+ORV_API int platform_sock_connect(const char *host, int port) ORV_MUST_USE;
 
 /**
  * Shuts a socket down in both directions and closes it.
@@ -702,7 +744,7 @@ ORV_API int platform_sock_close(int sock);
  * @return the length; or -1 at the first failure, with errno. EINTR and EAGAIN are failures too:
  *         send over sockets that block, with signal handlers installed with SA_RESTART.
  */
-ORV_API int platform_sock_send_all(int sock, const void *bytes, int length);
+ORV_API int platform_sock_send_all(int sock, const void *bytes, int length) ORV_READS(2, 3);
 
 /**
  * Sends one line: the text and CR LF, together.
@@ -753,7 +795,7 @@ typedef void (*platform_idle_callback)(void);
  * @return -3 when the length is 0 or less; else what recv() returned: the number of bytes, 0 at the
  *         end of the stream, -1 with errno on failure
  */
-ORV_API int platform_sock_recv(int sock, void *buffer, int length);
+ORV_API int platform_sock_recv(int sock, void *buffer, int length) ORV_FILLS(2, 3);
 
 /**
  * Receives once, after having waited for something to receive if that is wanted.
@@ -773,7 +815,7 @@ ORV_API int platform_sock_recv(int sock, void *buffer, int length);
  * failed wait is reported as "select failed"; a failed receive is not reported.
  */
 ORV_API int platform_sock_recv_wait(int sock, void *buffer, int length, int wait,
-                                    platform_idle_callback idle);
+                                    platform_idle_callback idle) ORV_FILLS(2, 3);
 
 /** @} */
 
@@ -803,6 +845,9 @@ typedef struct platform_msgbuf {
  */
 extern ORV_API platform_msgbuf *gMsgBuf;
 
+/* Declared ahead, see below, for the call whose result it releases. */
+ORV_API void platform_msgbuf_free(platform_msgbuf *buffer);
+
 /**
  * Creates an empty message buffer.
  *
@@ -811,13 +856,14 @@ extern ORV_API platform_msgbuf *gMsgBuf;
  * @return the buffer, which the caller frees with platform_msgbuf_free(); null, with errno, when
  *         the system refuses the storage
  */
-ORV_API platform_msgbuf *platform_msgbuf_create(int capacity);
+ORV_API platform_msgbuf *platform_msgbuf_create(int capacity)
+    ORV_RELEASED_BY(platform_msgbuf_free) ORV_MUST_USE;
 
 /**
  * Empties a buffer; what it held is lost.
  * @param buffer the buffer; not null
  */
-ORV_API void platform_msgbuf_reset(platform_msgbuf *buffer);
+ORV_API void platform_msgbuf_reset(platform_msgbuf *buffer) ORV_NOT_NULL(1, buffer);
 
 /**
  * Frees a buffer: its storage, when there is any, and the record.
@@ -1622,7 +1668,7 @@ ORV_API int platform_getpid(void);
  * @param argc the argument count of main; shortened when the command line holds a request
  * @param argv the argument vector of main; cut in place with the count
  */
-ORV_API void platform_init_args(int *argc, char **argv);
+ORV_API void platform_init_args(int *argc, char **argv) ORV_NOT_NULL(1, argc);
 
 /**
  * Looks for a debug request in the command line, then in the environment, and carries it out; logs
@@ -1644,7 +1690,8 @@ ORV_API void platform_init_args(int *argc, char **argv);
  * @param argv the argument vector, ended by null; entry 0 may be null
  * @param log_name the name of the diagnostic log, see platform_log_args(); may be null
  */
-ORV_API void platform_debug_args(int *argc, char **argv, const char *log_name);
+ORV_API void platform_debug_args(int *argc, char **argv, const char *log_name)
+    ORV_NOT_NULL(1, argc);
 
 /**
  * Carries out one debug request; returns only after "delay" and "prompt".
@@ -1702,7 +1749,7 @@ ORV_API void platform_debug_export(const char *program, char *const *args);
  * @param argv the argument vector
  * @param log_name a name that is used as it is; may be null
  */
-ORV_API void platform_log_args(int *argc, char **argv, const char *log_name);
+ORV_API void platform_log_args(int *argc, char **argv, const char *log_name) ORV_NOT_NULL(1, argc);
 
 /** Runs at the start of platform_log_args(), and does nothing: a place for a debugger to stop at.
  */
@@ -1719,7 +1766,8 @@ ORV_API void platform_args_hook(void);
  * @param value its value, not null
  * @return 0
  */
-ORV_API int platform_setenv(const char *name, const char *value);
+ORV_API int platform_setenv(const char *name, const char *value) ORV_NOT_NULL(1, name)
+    ORV_NOT_NULL(2, value);
 
 /**
  * Reads an environment variable.
@@ -1727,7 +1775,7 @@ ORV_API int platform_setenv(const char *name, const char *value);
  * @param name the variable, not null
  * @return its value, which belongs to the environment, or null when it is not set
  */
-ORV_API char *platform_getenv(const char *name);
+ORV_API char *platform_getenv(const char *name) ORV_NOT_NULL(1, name);
 
 /**
  * Reads the name of the distribution: the first word of the file `dist/DISTRIBUTION` in the
@@ -1749,5 +1797,13 @@ ORV_API const char *platform_distribution(void);
 
 #undef ORV_API
 #undef ORV_SENTINEL
+#undef ORV_MUST_USE
+#undef ORV_RELEASED_BY
+#undef ORV_READS
+#undef ORV_FILLS
+#undef ORV_NOT_NULL
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
 
 #endif
