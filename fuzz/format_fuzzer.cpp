@@ -70,7 +70,7 @@ void compare(size_t size, const char *format, ...) {
   const int expected_length = vsnprintf(expected, size, format, again);
   va_end(again);
   va_end(args);
-  if (length == expected_length && strcmp(text, expected) == 0)
+  if (length == expected_length && memcmp(text, expected, sizeof text) == 0)
     return;
   fprintf(stderr, "[%s] in %zu\n%d [%s], expected %d [%s]\n", format, size, length, text,
           expected_length, expected);
