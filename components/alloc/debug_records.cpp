@@ -1,4 +1,5 @@
-// What is rarely done with the table of records: its growth, and the search for a released block.
+// What is rarely done with the table of records: its growth, the search for a released block,
+// and what a debugger finds it by.
 #include "alloc/debug_records.h"
 #include "common/assertion.h"
 
@@ -15,6 +16,25 @@ void chain_new_records(uint64_t first) {
   state.records[last].status = kEndOfFreeList;
   state.free_head = static_cast<int32_t>(first);
 }
+
+// What gdb/orv-gdb.py reads of a process or a core, also where the symbols were stripped: strip
+// leaves the section in place. Another layout of what it leads to needs another number here and
+// there.
+struct DebuggerView {
+  uint64_t layout;
+  const int32_t *mode;
+  debug_info *const *records;
+  const uint64_t *capacity;
+  const int32_t *free_head;
+};
+static_assert(sizeof(DebuggerView) == 40);
+
+[[gnu::section(".orv.debugger"), gnu::used, gnu::retain]] const DebuggerView debugger_view = {
+    .layout = 1,
+    .mode = &state.mode,
+    .records = &state.records,
+    .capacity = &state.capacity,
+    .free_head = &state.free_head};
 
 bool is_live_at(const void *pointer) {
   for (uint64_t i = 0; i < state.capacity; i++)
