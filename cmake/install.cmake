@@ -1,4 +1,5 @@
-# What `cmake --install` puts into a prefix: headers, library, CMake package and pkg-config module.
+# What `cmake --install` puts into a prefix: headers, library, CMake package, pkg-config module,
+# debugger helper.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS orv EXPORT orv-targets)
@@ -26,3 +27,18 @@ install(CODE "
   set(ORV_VERSION [[${PROJECT_VERSION}]])
   include([[${PROJECT_SOURCE_DIR}/cmake/write_pc.cmake]])")
 install(FILES "${PROJECT_BINARY_DIR}/orv.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+# The debugger helper. gdb loads it by itself with the shared library when it lies in a folder that
+# mirrors the library's own, which is settled at installation.
+set(ORV_GDB_HELPER "${PROJECT_SOURCE_DIR}/gdb/orv-gdb.py")
+install(FILES "${ORV_GDB_HELPER}" DESTINATION "${CMAKE_INSTALL_DATADIR}/orv")
+if(BUILD_SHARED_LIBS)
+  install(CODE "
+    set(libdir [[${CMAKE_INSTALL_LIBDIR}]])
+    if(NOT IS_ABSOLUTE \"\${libdir}\")
+      set(libdir \"\${CMAKE_INSTALL_PREFIX}/\${libdir}\")
+    endif()
+    file(INSTALL [[${ORV_GDB_HELPER}]]
+         DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/gdb/auto-load\${libdir}\"
+         RENAME \"liborv.so.${PROJECT_VERSION}-gdb.py\")")
+endif()
