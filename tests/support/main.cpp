@@ -46,6 +46,8 @@ int run_each_in_own_process() {
     } else {
       failed++;
       printf("FAILED in its own process: %s\n", name.c_str());
+      if (testing::GTEST_FLAG(fail_fast))
+        break;
     }
   }
   printf("%d passed, %d failed\n", passed, failed);
