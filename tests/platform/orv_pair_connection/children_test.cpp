@@ -366,6 +366,17 @@ TEST_F(BlockingMode, leaves_the_other_flags) {
   close(fd);
 }
 
+TEST_F(BlockingMode, is_switched_where_no_flag_is_set_at_all) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(fcntl(ends[0], F_GETFL), 0);
+  EXPECT_EQ(platform_fd_is_blocking(ends[0]), 1);
+  EXPECT_EQ(platform_fd_set_blocking(ends[0], 0), 0);
+  EXPECT_EQ(fcntl(ends[0], F_GETFL), O_NONBLOCK);
+  close(ends[0]);
+  close(ends[1]);
+}
+
 TEST_F(BlockingMode, of_a_closed_descriptor_cannot_be_had) {
   const int fd = dup(0);
   close(fd);
