@@ -1,5 +1,5 @@
 # What `cmake --install` puts into a prefix: headers, library, CMake package, pkg-config module,
-# debugger helper.
+# debugger helper, manual page.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS orv EXPORT orv-targets)
@@ -42,3 +42,5 @@ if(BUILD_SHARED_LIBS)
          DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/gdb/auto-load\${libdir}\"
          RENAME \"liborv.so.${PROJECT_VERSION}-gdb.py\")")
 endif()
+
+install(FILES "${PROJECT_SOURCE_DIR}/docs/man/orv.7" DESTINATION "${CMAKE_INSTALL_MANDIR}/man7")
