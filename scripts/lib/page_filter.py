@@ -1,7 +1,8 @@
 """Prints a page of the project as the reference shows it: page_filter.py PAGE
 
 Headings get the names by which other pages link to them. A link to a file that is no page (a source,
-a folder) would lead nowhere there, so its text stands alone. The read-me is not the front page.
+a folder) would lead nowhere there, so its text stands alone. The list of guides is what they stand under. The read-me is not the front
+page.
 """
 
 import re
@@ -9,6 +10,7 @@ import sys
 from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
+GUIDES = PROJECT / "docs/guides/README.md"
 LINK = re.compile(r"\[([^]]*)\]\(([^)\s]*)\)")
 HEADING = re.compile(r"^(#+) (.*?)[ \t]*$", re.M)
 CODE = re.compile(r"(^```.*?^```$)", re.M | re.S)
@@ -31,6 +33,8 @@ def linked(page, match):
         return match.group(0)
     if file and not file.endswith(".md"):
         return text
+    if page == GUIDES and "/" not in file:
+        return f"@subpage md_docs_guides_{Path(file).stem.replace('-', '_')} \"{text}\""
     if anchor:
         return f"[{text}](@ref {label((page.parent / file).resolve() if file else page, anchor)})"
     return match.group(0)

@@ -11,12 +11,11 @@ from urllib.parse import unquote, urlsplit
 
 
 def described_names(xml_folder):
-    """The members that have an entry with a text of its own."""
+    """The members whose entry begins with a sentence of its own."""
     names = set()
     for path in xml_folder.glob("*.xml"):
         for member in ElementTree.parse(path).iter("memberdef"):
-            texts = (member.find("briefdescription"), member.find("detaileddescription"))
-            if any("".join(text.itertext()).strip() for text in texts if text is not None):
+            if "".join(member.find("briefdescription").itertext()).strip():
                 names.add(member.findtext("name"))
     return names
 

@@ -409,7 +409,10 @@ ORV_API uint32_t orv_malloc_bytes_requested(void);
  */
 ORV_API void orv_enable_malloc_debug(int mode);
 
-/** @return the debug mode; 0 while it is off. */
+/**
+ * Tells the debug mode.
+ * @return the mode; 0 while debug mode is off
+ */
 ORV_API int orv_malloc_debug_mode(void);
 
 /**

@@ -169,10 +169,16 @@ ORV_API int msg_set_sync(int types, int mode);
  */
 ORV_API msg_stream_desc *_msg_get_stream_desc(int type);
 
-/** @return 1 if MSG_INFO has at least one stream, else 0 */
+/**
+ * Tells whether informational messages go anywhere.
+ * @return 1 if MSG_INFO has at least one stream, else 0
+ */
 ORV_API int msg_has_print_streams(void);
 
-/** @return 1 if MSG_WARN has at least one stream, else 0 */
+/**
+ * Tells whether warnings go anywhere.
+ * @return 1 if MSG_WARN has at least one stream, else 0
+ */
 ORV_API int msg_has_warn_streams(void);
 
 /**
@@ -211,7 +217,10 @@ ORV_API void msg_set_width_limit(int width);
  */
 ORV_API int msg_get_width_limit(void);
 
-/** @return the solo switch, 1 at first: while it is 0, solo messages are dropped */
+/**
+ * Gives the solo switch: while it is 0, solo messages are dropped.
+ * @return the switch; 1 at first
+ */
 ORV_API int msg_get_solo_output(void);
 
 /**
@@ -242,35 +251,50 @@ ORV_API void msg_set_solo_output(int on);
  * @param text the prefix, which is copied; null stands for ""
  */
 ORV_API void msg_set_mp_prefix(const char *text);
-/** @return what leads every line of a shared message */
+/**
+ * Gives what leads every line of a shared message.
+ * @return the prefix
+ */
 ORV_API const char *msg_get_mp_prefix(void);
 /**
  * Sets the prefix of warnings: "Warning: " at first.
  * @param text the prefix, which is copied; null stands for ""
  */
 ORV_API void msg_set_warn_prefix(const char *text);
-/** @return the prefix of warnings */
+/**
+ * Gives the prefix of warnings.
+ * @return the prefix
+ */
 ORV_API const char *msg_get_warn_prefix(void);
 /**
  * Sets the prefix of informational messages: "" at first.
  * @param text the prefix, which is copied; null stands for ""
  */
 ORV_API void msg_set_print_prefix(const char *text);
-/** @return the prefix of informational messages */
+/**
+ * Gives the prefix of informational messages.
+ * @return the prefix
+ */
 ORV_API const char *msg_get_print_prefix(void);
 /**
  * Sets the prefix of internal errors: "Internal error: " at first.
  * @param text the prefix, which is copied; null stands for ""
  */
 ORV_API void msg_set_internal_error_prefix(const char *text);
-/** @return the prefix of internal errors */
+/**
+ * Gives the prefix of internal errors.
+ * @return the prefix
+ */
 ORV_API const char *msg_get_internal_error_prefix(void);
 /**
  * Sets the prefix of errors and fatal errors: "Error: " at first.
  * @param text the prefix, which is copied; null stands for ""
  */
 ORV_API void msg_set_error_prefix(const char *text);
-/** @return the prefix of errors and fatal errors */
+/**
+ * Gives the prefix of errors and fatal errors.
+ * @return the prefix
+ */
 ORV_API const char *msg_get_error_prefix(void);
 
 /** @} */
