@@ -377,11 +377,16 @@ def place_in(record, address):
 
 
 def show_words(record):
-    header = read_header(record.pointer)
-    say("header   " + ("cannot be read" if header is None
-                       else f"index {header[0]}, word 0x{header[1]:08X}"))
-    trailer = read_word(record.trailer)
-    say("trailer  " + ("cannot be read" if trailer is None else f"word 0x{trailer:08X}"))
+    header, trailer = read_header(record.pointer), read_word(record.trailer)
+    if header is None:
+        say("header   cannot be read")
+    else:
+        meaning = {ALLOCATED: "allocated", FREED: "released"}.get(header[1], "overwritten")
+        say(f"header   index {header[0]}, word {header[1]:08X} ({meaning})")
+    if trailer is None:
+        say("trailer  cannot be read")
+    else:
+        say(f"trailer  word {trailer:08X} ({'sound' if trailer == TRAILER else 'overwritten'})")
 
 
 def show_bytes(record):

@@ -19,8 +19,8 @@ $(upper "$behind" 12) is past its end, at offset 12
 The pointer $(upper "$behind") referenced data that was corrupted at the end. 
 The pointer was allocated by orv_malloc with a length of 10.  The storage was
 allocated in the function make_damaged for damage behind.  
-header   index 1, word 0x5739E56A
-trailer  word 0x35A7B600
+header   index 1, word 5739E56A (allocated)
+trailer  word 35A7B600 (overwritten)
       0  ab ab ab ab ab ab ab ab ab ab                    .........." \
   "$(ask_core "$1" "orv block $behind+12")"
 expect_equal "addresses within, in front, and beyond" "$(upper "$sound" 9) is byte 9 of it
