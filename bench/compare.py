@@ -1,41 +1,66 @@
 """Runs rows of the comparison and tells how the library stands."""
 import argparse
 
+import document
+import growth
+import report
 import rows_library
 from measure import count_instructions, measure
-from report import print_case, print_row
 
 ROWS = rows_library.ROWS
+CURVES = rows_library.CURVES
+
+
+def row_or_growth(text):
+    if text == "growth" or int(text) in (row.number for row in ROWS):
+        return text
+    raise ValueError(text)
 
 
 def arguments():
     parser = argparse.ArgumentParser(prog="scripts/bench", description=__doc__)
-    parser.add_argument("rows", nargs="*", type=int, metavar="ROW",
-                        help="rows of the table, all of them by default")
+    parser.add_argument("rows", nargs="*", type=row_or_growth, metavar="ROW",
+                        help='rows of the table (all of them by default), or "growth" for the '
+                        "curves")
     parser.add_argument("--seconds", type=float, default=30,
-                        help="how long a row is measured (default: %(default)s)")
+                        help="how long a row or a curve is measured (default: %(default)s)")
     parser.add_argument("--no-instructions", action="store_true",
                         help="do not count instructions")
-    return parser.parse_args()
+    parser.add_argument("--markdown", action="store_true", help="print the table in Markdown, too")
+    parser.add_argument("--document", action="store_true",
+                        help="run all of it and write it into docs/benchmarks.md")
+    options = parser.parse_args()
+    if options.document or not options.rows:
+        options.rows = [str(row.number) for row in ROWS]
+    if options.document:
+        options.rows.append("growth")
+    return options
 
 
 def run_row(row, options):
-    print_row(row)
+    """What was found: the row with its cases and their results."""
+    report.print_row(row)
     found = []
     for case in row.cases:
         results = measure(case, options.seconds / len(row.cases))
         if not options.no_instructions:
             count_instructions(case, results)
-        print_case(case, results)
-        found.append(results)
-    return found
+        report.print_case(case, results)
+        found.append((case, results))
+    return row, found
 
 
 def main():
     options = arguments()
-    for row in ROWS:
-        if not options.rows or row.number in options.rows:
-            run_row(row, options)
+    found = [run_row(row, options) for row in ROWS if str(row.number) in options.rows]
+    if "growth" in options.rows:
+        for curve in CURVES:
+            growth.draw(curve, options.seconds)
+    if options.markdown:
+        print("\n" + report.table(found), end="")
+    if options.document:
+        document.write_document(report.table(found))
+        growth.copy_to_document(CURVES)
 
 
 main()

@@ -8,7 +8,6 @@ from dataclasses import dataclass
 
 from project import PROGRAMS
 
-FEWEST_ROUNDS = 5
 MOST_ROUNDS = 101
 
 
@@ -27,7 +26,7 @@ class Result:
         verdicts = []
         if self.contender.goal is not None:
             verdicts.append(round(self.ratio, 2) <= self.contender.goal)
-        if self.contender.instruction_goal is not None:
+        if self.contender.instruction_goal is not None and self.instructions is not None:
             verdicts.append(round(self.instructions) <= self.contender.instruction_goal)
         return all(verdicts) if verdicts else None
 
@@ -55,14 +54,14 @@ def cost(contender, case):
     return (processor if case.clock == "processor" else wall) / count / case.units
 
 
-def measure(case, seconds):
+def measure(case, seconds, fewest_rounds=5):
     """The results of a case, its contenders in their order. The rounds go on until the time is
     over; each begins with another contender, so that none profits from its place."""
     costs = {contender.name: [] for contender in case.contenders}
     base = case.contenders[0].name
     end = time.monotonic() + seconds
     for turn in range(MOST_ROUNDS):
-        if turn >= FEWEST_ROUNDS and time.monotonic() > end:
+        if turn >= fewest_rounds and time.monotonic() > end:
             break
         start = turn % len(case.contenders)
         for contender in case.contenders[start:] + case.contenders[:start]:

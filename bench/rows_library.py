@@ -1,5 +1,5 @@
-"""Rows 1 to 7: allocation, its debug mode, messages and trace."""
-from table import Case, Contender, Row
+"""Rows 1 to 7, and how their costs grow: allocation, its debug mode, messages and trace."""
+from table import Case, Contender, Curve, Row
 
 SYSTEM_CHECKS = {"LD_PRELOAD": "libc_malloc_debug.so.0"}
 DMALLOC = {"LD_PRELOAD": "libdmalloc.so.5", "DMALLOC_OPTIONS": "debug=0x4e48503,log=/dev/null"}
@@ -119,3 +119,41 @@ WRAPPING = Row(7, "text wrapped at 78 columns", "fold -s", (
 ))
 
 ROWS = (PAIRS, DEBUG_PAIRS, HEAP_CHECK, WARNING, TRACE_NOWHERE, TRACE, WRAPPING)
+
+
+def pairs_among(live):
+    return Case("", 400_000, (
+        Contender("malloc, free", "pairs", "raw"),
+        Contender("orv", "pairs"),
+        Contender("orv, debug mode 1", "pairs", "orv-debug"),
+        Contender("mcheck", "pairs", environment=SYSTEM_CHECKS),
+    ), parameter=str(live), unit="pair")
+
+
+def check_of(blocks):
+    total = max(2 * blocks, 2_000_000)
+    return Case("", total // blocks, (
+        Contender("tight walk", "heap_check", "raw"),
+        Contender("orv, debug mode 2", "heap_check", "orv"),
+        Contender("mcheck", "heap_check", environment=SYSTEM_CHECKS),
+    ), parameter=f"{blocks} aged", unit="block", units=blocks)
+
+
+def wrapping_of(kilobytes):
+    return Case("", max(1, 10 * KILOBYTE // kilobytes), (
+        Contender("fold", "wrapping"),
+        Contender("orv", "wrapping"),
+        Contender("floor", "wrapping"),
+    ), parameter=str(kilobytes * KILOBYTE), unit="KB", units=kilobytes)
+
+
+BLOCK_COUNTS = (100, 300, 1_000, 3_000, 10_000, 30_000, 100_000, 300_000, 1_000_000)
+
+CURVES = (
+    Curve("pairs", "A block of 16 to 512 bytes given back and obtained", "live blocks",
+          BLOCK_COUNTS, pairs_among),
+    Curve("heap-check", "The whole heap checked, aged", "live blocks", BLOCK_COUNTS, check_of,
+          logarithmic_cost=True),
+    Curve("wrapping", "A message without line breaks wrapped", "KB in the message",
+          (1, 4, 16, 64, 256, 1024, 4096, 20480), wrapping_of, logarithmic_cost=True),
+)

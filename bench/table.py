@@ -1,4 +1,5 @@
 """What the rows of the comparison are made of."""
+from collections.abc import Callable
 from dataclasses import dataclass, field
 
 
@@ -8,7 +9,8 @@ class Contender:
 
     The first contender of a case is its base, what a user would write by hand; the ratios of all
     others are to it. Contenders of the library carry the goals."""
-    name: str  # as the table calls it; what begins with "orv" is the library
+    name: str  # as the table calls it; what begins with "orv" is the library, with
+               # "floor" the least work
     program: str  # below the folder of the benchmarks
     variant: str = ""  # the program's own name for this contender; "" for the name in the table
     goal: float | None = None  # the ratio to be reached
@@ -22,6 +24,10 @@ class Contender:
     @property
     def is_ours(self):
         return self.name.startswith("orv")
+
+    @property
+    def is_floor(self):
+        return self.name.startswith("floor")
 
 
 @dataclass(frozen=True)
@@ -44,4 +50,15 @@ class Row:
     work: str
     base: str  # what the base is, in a word or two
     cases: tuple
-    remark: str = ""  # below the row in the document: why it is behind, what is not comparable
+    remark: str = ""  # for the document, as long as a goal is not reached: why
+
+
+@dataclass(frozen=True)
+class Curve:
+    """How a cost grows: the same case at many sizes."""
+    name: str  # of its files
+    title: str
+    size: str  # what the sizes count
+    sizes: tuple
+    case_of: Callable[[int], Case]  # the case of a size; the contenders are those of every size
+    logarithmic_cost: bool = False
