@@ -11,7 +11,7 @@ from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[2]
 GUIDES = PROJECT / "docs/guides/README.md"
-LINK = re.compile(r"\[([^]]*)\]\(([^)\s]*)\)")
+LINK = re.compile(r"(?<!!)\[([^]]*)\]\(([^)\s]*)\)")
 HEADING = re.compile(r"^(#+) (.*?)[ \t]*$", re.M)
 CODE = re.compile(r"(^```.*?^```$)", re.M | re.S)
 
