@@ -2,7 +2,10 @@
 # debugger helper, manual page.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS orv EXPORT orv-targets)
+# Programs need the runtime component alone; whatever names none serves those who build them.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
+install(TARGETS ${ORV_LIBRARIES} EXPORT orv-targets
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
 foreach(dir IN ITEMS messages alloc platform)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/components/${dir}/include/orv"
           DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")

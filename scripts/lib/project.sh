@@ -19,6 +19,12 @@ readonly project jobs
     "libc6-dev=/usr/include/stdio.h"
     "libstdc++-12-dev=/usr/include/c++"
   )
+  package_needs=(
+    "${build_needs[@]}"
+    "dpkg-dev=dpkg-gensymbols"
+    "binutils=strip"
+    "file=file"
+  )
   test_needs=(
     "${build_needs[@]}"
     "libgtest-dev=/usr/include/gtest/gtest.h"
@@ -40,6 +46,9 @@ readonly project jobs
   )
   check_needs=(
     "${test_needs[@]}"
+    "${package_needs[@]}"
+    "lintian=lintian"
+    "abigail-tools=abidiff"
     "${docs_needs[@]}"
     "clang=clang"
     "clang-format=clang-format"
@@ -130,4 +139,16 @@ build_preset() {
   (cd -- "$project" &&
     cmake --preset "$preset" &&
     cmake --build --preset "$preset" --parallel "$jobs" ${1:+--target "$@"})
+}
+
+# build_for_packages: builds in build/package with the flags of the distribution's own packages.
+build_for_packages() {
+  local flags
+  flags=$(cd -- "$project" && DEB_BUILD_MAINT_OPTIONS=hardening=+all dpkg-buildflags --export=sh)
+  (
+    eval "$flags"
+    # CMake does not know of CPPFLAGS.
+    export CFLAGS="$CFLAGS $CPPFLAGS" CXXFLAGS="$CXXFLAGS $CPPFLAGS"
+    build_preset package
+  )
 }

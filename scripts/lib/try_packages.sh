@@ -1,0 +1,43 @@
+# Installs the packages below /orv/packages into the system that it sees, uses them as a stranger
+# would, and removes them. For in_view.sh alone.
+# shellcheck shell=bash
+set -euo pipefail
+export LC_ALL=C HOME=/tmp
+
+fail() {
+  printf '%s\n' "$*"
+  exit 1
+}
+
+# greets PROGRAM
+greets() {
+  [ "$("$1")" = 'Hello from "orv", 42 times.' ] || fail "$1 does not greet"
+}
+
+# loads PROGRAM: where it finds the shared library.
+loads() {
+  ldd "$1" | sed -n 's/.*liborv\.so\.1 => \([^ ]*\) .*/\1/p'
+}
+
+cd /orv/packages
+dpkg --install ./*.deb >/tmp/log 2>&1 || fail "not installed: $(cat /tmp/log)"
+dpkg --verify liborv1 liborv1-dbgsym liborv-dev
+
+cd /tmp
+# shellcheck disable=SC2046 # the flags are words
+cc -Wall -Wextra -Werror /orv/package/project_c/program.c $(pkg-config --cflags --libs orv) -o shared
+greets ./shared
+[ "$(loads shared)" = /lib/x86_64-linux-gnu/liborv.so.1 ] || fail "the loader has not been told"
+cc /orv/package/project_c/program.c -l:liborv.a -o static
+greets ./static
+[ -z "$(loads static)" ] || fail "the static library was not linked"
+cmake -S /orv/package/project_c -B build -G Ninja >/dev/null
+cmake --build build >/dev/null
+greets build/program
+
+# shellcheck disable=SC2251 # it is to fail
+! dpkg --remove liborv1 >/dev/null 2>&1 || fail "removed although liborv-dev needs it"
+dpkg --purge liborv-dev liborv1-dbgsym liborv1 >/tmp/log 2>&1 || fail "not removed: $(cat /tmp/log)"
+if grep -q 'while removing .* directory .* not empty' /tmp/log || ldconfig -p | grep liborv; then
+  fail "not gone: $(cat /tmp/log)"
+fi
