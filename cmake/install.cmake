@@ -46,4 +46,5 @@ if(BUILD_SHARED_LIBS)
          RENAME \"liborv.so.${PROJECT_VERSION}-gdb.py\")")
 endif()
 
-install(FILES "${PROJECT_SOURCE_DIR}/docs/man/orv.7" DESTINATION "${CMAKE_INSTALL_MANDIR}/man7")
+install(FILES "${PROJECT_SOURCE_DIR}/docs/man/orv.7" DESTINATION "${CMAKE_INSTALL_MANDIR}/man7"
+        COMPONENT runtime)

@@ -35,6 +35,10 @@ cmake -S /orv/package/project_c -B build -G Ninja >/dev/null
 cmake --build build >/dev/null
 greets build/program
 
+gdb -batch -ex 'break main' -ex run -ex 'help orv' shared 2>&1 | grep -q 'orv report' ||
+  fail "gdb does not load its helper by itself"
+[ -f /usr/share/man/man7/orv.7.gz ] || fail "no manual page"
+
 # shellcheck disable=SC2251 # it is to fail
 ! dpkg --remove liborv1 >/dev/null 2>&1 || fail "removed although liborv-dev needs it"
 dpkg --purge liborv-dev liborv1-dbgsym liborv1 >/tmp/log 2>&1 || fail "not removed: $(cat /tmp/log)"
