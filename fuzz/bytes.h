@@ -37,10 +37,10 @@ struct Bytes {
 
 // A text that goes on as it began up to a length.
 inline std::string repeated(const std::string &piece, size_t length) {
-  std::string made;
-  made.reserve(length + piece.size());
+  std::string made = piece.empty() ? "x" : piece;
+  made.reserve(2 * length);
   while (made.size() < length)
-    made += piece.empty() ? "x" : piece;
+    made += made;
   made.resize(length);
   return made;
 }

@@ -29,11 +29,21 @@ using Words = std::vector<Text>;
 
 // What the fuzzer's bytes mean here.
 struct Input : Bytes {
+  int slow_things_left = 2;
+
+  // For what takes long to make and to judge.
+  bool seldom(unsigned times) {
+    if (!one_in(times) || slow_things_left == 0)
+      return false;
+    slow_things_left--;
+    return true;
+  }
+
   Text word() {
     static const char *const words[] = {
         "__ORV_DEBUG__", "__orv_debug__", "delay",  "PROMPT", "using", "Exec", "5", "-1",
         "99999999999",   "/bin/prog",     "--flag", "usin",   "%s%%n", "%",    "",  "\f7"};
-    if (one_in(128))
+    if (seldom(128))
       return long_word();
     return one_in(4) ? characters(12) : one_of(words);
   }
@@ -51,7 +61,7 @@ struct Input : Bytes {
     Text made = Text(one_of(blanks)) + (one_in(4) ? word() : Text(one_of(operations)));
     for (unsigned count = byte() % 6; count > 0; count--)
       made += one_of(blanks) + word();
-    if (one_in(64))
+    if (seldom(64))
       made += repeated(" x", 2 * (250 + byte() % 12));
     return made;
   }
@@ -66,7 +76,7 @@ struct Input : Bytes {
 
   Words arguments() {
     Words made;
-    if (one_in(128))
+    if (seldom(128))
       made.assign(505 + byte() % 12, characters(9));
     for (unsigned count = byte() % 5; count > 0; count--)
       made.push_back(word());
@@ -481,7 +491,7 @@ void __wrap_diag_open_stamped_log(const char *suffix) {
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static const bool prepared = (prepare(), true);
   static_cast<void>(prepared);
-  Input input = {{.data = data, .left = size}};
+  Input input{{.data = data, .left = size}};
   const unsigned entry = input.byte();
   fake.executes = input.one_in(2);
   fake.attempted = input.one_in(2);
