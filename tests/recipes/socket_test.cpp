@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <csignal>
 #include <sys/ioctl.h>
-#include <sys/time.h>
 #include <thread>
 
 namespace {
@@ -102,26 +101,37 @@ TEST_F(SocketRecipes, keep_periodic_signals_away_while_waiting_for_a_connection)
   platform_sock_close(listening);
 }
 
+// A child that sends its parent a number of signals.
+pid_t start_pestering() {
+  const pid_t pid = fork();
+  if (pid != 0)
+    return pid;
+  for (int signals = 0; signals < 50; signals++) {
+    kill(getppid(), SIGUSR1);
+    usleep(1000);
+  }
+  _exit(0);
+}
+
 TEST_F(SocketRecipes, send_on_blocking_sockets_with_restarting_handlers) {
   const auto outcome = support::run_in_child([this] {
     struct sigaction restarting = {};
     restarting.sa_handler = do_nothing;
     restarting.sa_flags = SA_RESTART;
-    sigaction(SIGALRM, &restarting, nullptr);
+    sigaction(SIGUSR1, &restarting, nullptr);
     const std::string bytes(4'000'000, 'x');
     const pid_t reader = fork();
     if (reader == 0) {
       close(ours);
+      usleep(20'000); // the sender is to wait for a while
       _exit(read_to_end(theirs).size() == bytes.size() ? 0 : 1);
     }
-    const itimerval often = {{0, 1000}, {0, 1000}};
-    setitimer(ITIMER_REAL, &often, nullptr);
+    const pid_t pesterer = start_pestering();
     const int sent = platform_sock_send_all(ours, bytes.data(), static_cast<int>(bytes.size()));
-    const itimerval never = {};
-    setitimer(ITIMER_REAL, &never, nullptr);
     platform_sock_close(ours);
     int status = -1;
     platform_wait_child(reader, &status);
+    platform_wait_child(pesterer, nullptr);
     printf("%d %d", sent, status);
   });
   EXPECT_EQ(outcome.out, "4000000 0");
