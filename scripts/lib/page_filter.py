@@ -27,17 +27,17 @@ def label(page, anchor):
 
 
 def linked(page, match):
-    text, target = match.groups()
+    text, target = match.group(1).replace("\n", " "), match.group(2)
     file, _, anchor = target.partition("#")
     if "://" in target:
-        return match.group(0)
+        return f"[{text}]({target})"
     if file and not file.endswith(".md"):
         return text
     if page == GUIDES and "/" not in file:
         return f"@subpage md_docs_guides_{Path(file).stem.replace('-', '_')} \"{text}\""
     if anchor:
         return f"[{text}](@ref {label((page.parent / file).resolve() if file else page, anchor)})"
-    return match.group(0)
+    return f"[{text}]({target})"
 
 
 def with_headings_named(page, prose, seen):
