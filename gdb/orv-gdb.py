@@ -28,6 +28,7 @@ HEADER = struct.Struct("<iI")
 ALLOCATED, FREED, TRAILER = 0x5739E56A, 0x7D2C5B7E, 0x35A7B641
 LIVE_NAMED, LIVE_LOCATED, END_OF_FREE_LIST = -1, -2, -3
 LOCATED_KIND = 1
+RECORDS_PER_GROWTH = 1024
 ALIGNMENT = 8
 LONGEST_TEXT = 4095
 WIDTH = 78
@@ -177,10 +178,7 @@ class Heap:
         (address,) = read_struct(struct.Struct("<Q"), table)
         (count,) = read_struct(struct.Struct("<Q"), capacity)
         (self.free_head,) = read_struct(struct.Struct("<i"), free_head)
-        data = read(address, count * RECORD.size) if count else b""
-        if data is None:
-            raise gdb.GdbError(f"orv: the table of {count} records at {address:#x} cannot be read.")
-        self.records = [Record(i, fields) for i, fields in enumerate(RECORD.iter_unpack(data))]
+        self.records = [Record(i, fields) for i, fields in enumerate(read_table(address, count))]
 
     def live(self):
         return [record for record in self.records if record.is_live]
@@ -209,6 +207,18 @@ class Heap:
         if any(record.pointer == pointer for record in self.live()):
             return None
         return next((record for record in self.free_list() if record.pointer == pointer), None)
+
+
+def read_table(address, count):
+    """The records, read in the pieces that the table grows by: a damaged count asks for too much."""
+    fields = []
+    while len(fields) < count:
+        piece = min(count - len(fields), RECORDS_PER_GROWTH)
+        data = read(address + len(fields) * RECORD.size, piece * RECORD.size)
+        if data is None:
+            raise gdb.GdbError(f"orv: the table of {count} records at {address:#x} cannot be read.")
+        fields += RECORD.iter_unpack(data)
+    return fields
 
 
 def find_view():
