@@ -22,6 +22,19 @@ struct Contender {
 // time by the wall clock, both in nanoseconds. Returns the exit status.
 int run(int argc, char **argv, std::span<const Contender> contenders);
 
+// What happens while one of these lives is not measured: making ready what is used up, say.
+class Unmeasured {
+public:
+  Unmeasured();
+  Unmeasured(const Unmeasured &) = delete;
+  Unmeasured &operator=(const Unmeasured &) = delete;
+  ~Unmeasured();
+
+private:
+  long wall_start_;
+  long start_;
+};
+
 // Says what has failed, with the system's reason, and ends the program.
 [[noreturn]] void die(const char *what);
 

@@ -4,10 +4,11 @@ import argparse
 import document
 import growth
 import report
+import rows_io
 import rows_library
 from measure import count_instructions, measure
 
-ROWS = rows_library.ROWS
+ROWS = rows_library.ROWS + rows_io.ROWS
 CURVES = rows_library.CURVES
 
 

@@ -71,6 +71,7 @@ readonly project jobs
     "libglib2.0-dev=/usr/include/glib-2.0/glib.h"
     "libspdlog-dev=/usr/include/spdlog/spdlog.h"
     "libgoogle-glog-dev=/usr/include/glog/logging.h"
+    "libevent-dev=/usr/include/event2/event.h"
   )
 }
 

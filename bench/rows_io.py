@@ -1,0 +1,56 @@
+"""Rows 8 to 15: messages over sockets, companions, files and trees."""
+from table import Case, Contender, Row
+
+KILOBYTE = 1 << 10
+MEGABYTE = 1 << 20
+CONNECTIONS = (("socket pair", "pair"), ("TCP", "tcp"))
+
+
+def framing(title, count, parameter, base, goal, instruction_goal=None, more=(), **how):
+    return Case(title, count, (
+        Contender(base, "framing", "raw"),
+        Contender("floor", "framing", counted=instruction_goal is not None),
+        *more,
+        Contender("orv", "framing", goal=goal, instruction_goal=instruction_goal),
+        Contender("libevent", "framing_libevent"),
+        Contender("GLib", "framing_glib", "glib"),
+    ), parameter=parameter, unit=how.pop("unit", "message"), **how)
+
+
+# The least work without the step that most of the time goes into, to show what that step costs.
+UNCOMPACTED = (Contender("floor, nothing moved", "framing", "floor-uncompacted"),)
+MOVED = ("After every message the rest of the bytes moves to the front of the buffer, where handlers "
+         "and programs find them. Of a receive of 8192 bytes that is 4 KB a message on average, which "
+         "takes longer than all of the base does; the floor without it is at the goal.")
+
+RECEIVING = Row(8, "three-line messages received, 64 KB of them waiting", "recv, memchr", tuple(
+    framing(title, 66_400, f"receive {connection}", "recv, memchr", goal, 60, UNCOMPACTED,
+            counted_operations=664)
+    for (title, connection), goal in zip(CONNECTIONS, (1.8, 1.65))),
+    remark=MOVED)
+
+WHOLE_PATH = Row(9, "the whole path: messages of three lines sent, 16 at a time, and received",
+                 "send, recv, memchr", tuple(
+    framing(title, 12_800, f"path {connection}", "send, recv, memchr", goal)
+    for (title, connection), goal in zip(CONNECTIONS, (1.15, 1.02))))
+
+ROUND_TRIP = Row(10, "a message of three lines to another process and one back, by the wall clock",
+                 "send, recv, memchr", (
+    framing("TCP", 4_000, "trip tcp", "send, recv, memchr", 1.3, unit="round trip", clock="wall"),
+))
+
+
+def long_message(size, goal=None, more=()):
+    return framing(f"{size // KILOBYTE} KB" if size < MEGABYTE else f"{size // MEGABYTE} MB",
+                   max(2, 64 * MEGABYTE // size), f"long pair {size}", "recv, memchr", goal,
+                   more=more, unit="KB", units=size / KILOBYTE)
+
+
+LONG_MESSAGE = Row(11, "one long message received", "recv, memchr", (
+    long_message(KILOBYTE, 2.3, UNCOMPACTED),
+    long_message(64 * KILOBYTE, 2.9),
+    long_message(MEGABYTE, 3.4),
+    long_message(16 * MEGABYTE, 5.2),
+), remark="At 1 KB: " + MOVED)
+
+ROWS = (RECEIVING, WHOLE_PATH, ROUND_TRIP, LONG_MESSAGE)
