@@ -53,4 +53,23 @@ LONG_MESSAGE = Row(11, "one long message received", "recv, memchr", (
     long_message(16 * MEGABYTE, 5.2),
 ), remark="At 1 KB: " + MOVED)
 
-ROWS = (RECEIVING, WHOLE_PATH, ROUND_TRIP, LONG_MESSAGE)
+COMPANION = Row(12, "a companion started, 64 bytes there and back, its end",
+                "socketpair, fork, execl", (
+    Case("", 150, (
+        Contender("socketpair, fork, execl", "companion", "raw"),
+        Contender("floor", "companion"),
+        Contender("orv", "companion", goal=1.10),
+        Contender("libuv", "companion_libuv"),
+        Contender("GLib", "companion_glib", "glib"),
+    ), unit="companion"),
+))
+
+PAIR = Row(13, "64 bytes sent and received through a pair", "send, recv", (
+    Case("", 100_000, (
+        Contender("send, recv", "companion", "raw-open"),
+        Contender("orv", "companion", "orv-open", goal=1.01, instruction_goal=18),
+        Contender("GLib", "companion_glib", "glib-open"),
+    ), unit="exchange"),
+))
+
+ROWS = (RECEIVING, WHOLE_PATH, ROUND_TRIP, LONG_MESSAGE, COMPANION, PAIR)

@@ -72,6 +72,7 @@ readonly project jobs
     "libspdlog-dev=/usr/include/spdlog/spdlog.h"
     "libgoogle-glog-dev=/usr/include/glog/logging.h"
     "libevent-dev=/usr/include/event2/event.h"
+    "libuv1-dev=/usr/include/uv.h"
   )
 }
 
