@@ -11,6 +11,7 @@
 
 namespace {
 
+using companion::kCallsAnExchange;
 using companion::kSize;
 
 constexpr const char *kVariable = "BENCH_PAIR";
@@ -141,14 +142,14 @@ void open_sides(const bench::Job &job) {
 
 void exchange_by_hand(const bench::Job &job) {
   char bytes[kSize] = {};
-  for (long i = 0; i < job.count; i++)
+  for (long calls = 0; calls < job.count; calls += kCallsAnExchange)
     if (send(ends.ours, bytes, kSize, 0) != kSize || recv(ends.theirs, bytes, kSize, 0) != kSize)
       bench::die("send, recv");
 }
 
 void exchange_through_library(const bench::Job &job) {
   char bytes[kSize] = {};
-  for (long i = 0; i < job.count; i++)
+  for (long calls = 0; calls < job.count; calls += kCallsAnExchange)
     if (platform_pair_send(sender, bytes, kSize) != kSize ||
         platform_pair_recv(receiver, bytes, kSize) != kSize)
       bench::die("the pair connection");

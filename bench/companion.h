@@ -12,6 +12,8 @@ namespace companion {
 constexpr int kSize = 64; // bytes that go there and back
 constexpr int kThirdDescriptor = 3;
 
+constexpr long kCallsAnExchange = 2; // one that sends and one that receives
+
 // Of the program beside this one.
 inline const char *path() {
   static char path[4096];
