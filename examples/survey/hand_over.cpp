@@ -227,10 +227,11 @@ void end_companion() {
   if (state.pair == nullptr)
     return;
   const int sock = platform_pair_tx_fd(state.pair);
-  platform_sock_send_message(sock, kEnd, nullptr);
-  // What it still answers is taken; then it closes its end.
-  while (platform_get_one_message(sock, take_answer, nullptr, 1) != 0) {
-  }
+  // What it still answers is taken; then it closes its end. Where the word did not go out, it is
+  // the closing of this end that tells the companion.
+  if (platform_sock_send_message(sock, kEnd, nullptr) != 0)
+    while (platform_get_one_message(sock, take_answer, nullptr, 1) != 0) {
+    }
   const int status = release_companion();
   if (status != 0)
     say_how_it_ended(status);

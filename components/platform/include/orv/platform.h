@@ -1139,7 +1139,8 @@ ORV_API char *platform_relative_path(const char *from, const char *to, char *buf
  *
  * The working directory of the whole process is changed and changed back for this. When the change
  * fails, that is reported as platform_set_cwd() does, and the path is resolved from where the
- * process stands: ask platform_is_dir() first when that would mislead.
+ * process stands: ask platform_is_dir() first when that would mislead. A change back that fails is
+ * reported too, and leaves the process in the directory.
  * @param directory the directory to look from
  * @param path      the path to resolve
  * @param buffer    at least 4096 bytes, or null for a new block of 4097 bytes
@@ -1389,10 +1390,11 @@ ORV_API int platform_name_matches(const char *name, const char *pattern);
  *
  * A path that begins with "-" would be read as an option by the tool: give it as "./-name".
  *
- * When neither fixed path can be executed and PATH has no such tool, the call returns in *two*
- * processes: 0 in the caller, which then waits for a copy of itself, and 0 in that copy, which goes
- * on running the caller's code. A program that must reckon with a system without these tools makes
- * sure of them first.
+ * When neither fixed path can be executed and PATH has no such tool, or when the system refuses to
+ * execute it, the call returns in *two* processes. In the new one, a copy of the caller, it returns 0
+ * and the copy goes on running the caller's code. The caller waits for that copy, and its own result
+ * is 1 if the copy ends with exit status 0. A program that must reckon with a system without these
+ * tools makes sure of them first.
  * @{
  */
 
