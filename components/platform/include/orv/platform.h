@@ -1391,10 +1391,10 @@ ORV_API int platform_name_matches(const char *name, const char *pattern);
  * A path that begins with "-" would be read as an option by the tool: give it as "./-name".
  *
  * When neither fixed path can be executed and PATH has no such tool, or when the system refuses to
- * execute it, the call returns in *two* processes. In the new one, a copy of the caller, it returns 0
- * and the copy goes on running the caller's code. The caller waits for that copy, and its own result
- * is 1 if the copy ends with exit status 0. A program that must reckon with a system without these
- * tools makes sure of them first.
+ * execute it, the call returns in *two* processes. In the new one, a copy of the caller, it returns
+ * 0 and the copy goes on running the caller's code. The caller waits for that copy, and its own
+ * result is 1 if the copy ends with exit status 0. A program that must reckon with a system without
+ * these tools makes sure of them first.
  * @{
  */
 
