@@ -1,5 +1,7 @@
 """Runs rows of the comparison and tells how the library stands."""
 import argparse
+import os
+import time
 
 import document
 import growth
@@ -53,6 +55,7 @@ def run_row(row, options):
 
 def main():
     options = arguments()
+    start, (load, _, _) = time.monotonic(), os.getloadavg()
     found = [run_row(row, options) for row in ROWS if str(row.number) in options.rows]
     if "growth" in options.rows:
         for curve in CURVES:
@@ -60,8 +63,9 @@ def main():
     if options.markdown:
         print("\n" + report.table(found), end="")
     if options.document:
-        document.write_document(report.table(found))
+        document.write_document(load, report.table(found))
         growth.copy_to_document(CURVES)
+    print(f"\nMeasured in {time.monotonic() - start:.0f} s.")
 
 
 main()

@@ -26,8 +26,13 @@ def machine():
             f"{system}, gcc {compiler}, {' '.join(platform.libc_ver())}")
 
 
-def write_document(table):
+def heading(load):
+    """When, where and how the run was made; a load of many means that others ran beside it."""
+    return (f"{datetime.date.today():%d %B %Y}, {machine()}, load before the run {load:.1f}: "
+            "`./scripts/bench --document`")
+
+
+def write_document(load, table):
     text = DOCUMENT.read_text()
     before, after = text.split(BEGIN)[0], text.split(END)[1]
-    heading = f"{datetime.date.today():%d %B %Y}, {machine()}: `./scripts/bench --document`\n"
-    DOCUMENT.write_text(f"{before}{BEGIN}\n{heading}\n{table}\n{END}{after}")
+    DOCUMENT.write_text(f"{before}{BEGIN}\n{heading(load)}\n\n{table}\n{END}{after}")

@@ -3,8 +3,10 @@ import os
 import re
 import statistics
 import subprocess
+import tempfile
 import time
 from dataclasses import dataclass
+from pathlib import Path
 
 from project import PROGRAMS
 
@@ -36,13 +38,26 @@ def command_of(contender, case, count):
     return [program, contender.variant or contender.name, str(count), case.parameter]
 
 
-def run(command, contender):
+def run(command, contender, **variables):
     """The lines that a command wrote to its standard output and to its standard error."""
-    ran = subprocess.run(command, env=os.environ | {"LC_ALL": "C"} | contender.environment,
-                         stdin=subprocess.DEVNULL, capture_output=True, text=True)
+    environment = os.environ | {"LC_ALL": "C"} | contender.environment | variables
+    ran = subprocess.run(command, env=environment, stdin=subprocess.DEVNULL, capture_output=True,
+                         text=True)
     if ran.returncode != 0:
         raise SystemExit(f"{' '.join(command)} ended with {ran.returncode}:\n{ran.stderr}")
     return ran.stdout.splitlines(), ran.stderr.splitlines()
+
+
+def check_output(case):
+    """Ends the run when contenders that claim to write the same do not."""
+    written = {}
+    with tempfile.TemporaryDirectory() as folder:
+        for contender in (c for c in case.contenders if c.name in case.alike):
+            target = Path(folder, str(len(written)))
+            run(command_of(contender, case, 2), contender, BENCH_TARGET=str(target))
+            written[contender.name] = target.read_bytes()
+    if len(set(written.values())) > 1 or b"" in written.values():
+        raise SystemExit(f"{', '.join(written)} do not write the same")
 
 
 def cost(contender, case):
@@ -57,6 +72,7 @@ def cost(contender, case):
 def measure(case, seconds, fewest_rounds=5):
     """The results of a case, its contenders in their order. The rounds go on until the time is
     over; each begins with another contender, so that none profits from its place."""
+    check_output(case)
     costs = {contender.name: [] for contender in case.contenders}
     base = case.contenders[0].name
     end = time.monotonic() + seconds

@@ -67,7 +67,8 @@ def warning(title, target, goal, instruction_goal):
         Contender("spdlog", "warning_spdlog"),
         Contender("GLib", "warning_glib", "glib", share=0.2),
         Contender("glog", "warning_glog", "glog", share=0.2),
-    ), parameter=target, unit="line")
+    ), parameter=target, unit="line",
+        alike=("fprintf, fflush", "floor", "orv", "spdlog"))
 
 
 WARNING = Row(4, "one warning line, flushed", "fprintf, fflush", (
@@ -91,7 +92,7 @@ TRACE = Row(6, "a trace line to one stream, not synced", "fprintf", (
         Contender("fprintf", "trace", "raw"),
         Contender("orv", "trace", goal=1.1, counted=True),
         Contender("spdlog", "trace_spdlog"),
-    ), parameter="tmpfs", unit="line"),
+    ), parameter="tmpfs", unit="line", alike=("fprintf", "orv", "spdlog")),
 ))
 
 KILOBYTE = 1 << 10
@@ -107,7 +108,7 @@ def wrapping(title, size, goal, lines=False):
     )
     return Case(title, max(1, 20 * MEGABYTE // size), contenders,
                 parameter=f"{size} lines" if lines else str(size), unit="KB",
-                units=size / KILOBYTE)
+                units=size / KILOBYTE, alike=("floor", "orv"))
 
 
 WRAPPING = Row(7, "text wrapped at 78 columns", "fold -s", (

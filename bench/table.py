@@ -41,6 +41,7 @@ class Case:
     units: float = 1  # how many of these an operation is
     counted_operations: int = 2000  # run under callgrind, and twice as many
     instructions_beyond: str = ""  # the contender whose instructions are taken off; "" for the base
+    alike: tuple = ()  # the contenders that must write the same bytes
     clock: str = "processor"  # or "wall", where waiting is what is shown
 
 

@@ -25,7 +25,7 @@ void trace_floor(const bench::Job &job) {
 }
 
 void prepare_raw(const bench::Job &job) {
-  stream = bench::open_target(job);
+  stream = bench::open_target(job.parameter);
 }
 
 void trace_raw(const bench::Job &job) {
@@ -35,7 +35,7 @@ void trace_raw(const bench::Job &job) {
 
 void prepare_orv(const bench::Job &job) {
   if (job.parameter[0] != '\0')
-    msg_add_stream(MSG_DIAG, bench::open_target(job));
+    msg_add_stream(MSG_DIAG, bench::open_target(job.parameter));
 }
 
 void trace_orv(const bench::Job &job) {

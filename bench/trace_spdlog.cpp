@@ -14,7 +14,7 @@ void prepare(const bench::Job &job) {
     logger = spdlog::null_logger_st("trace");
     return;
   }
-  logger = spdlog::basic_logger_st("trace", bench::target_path(job));
+  logger = spdlog::basic_logger_st("trace", bench::target_path(job.parameter));
   logger->set_pattern("%v");
   logger->set_level(spdlog::level::trace);
 }

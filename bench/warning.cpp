@@ -10,7 +10,7 @@ namespace {
 FILE *stream;
 
 void prepare_raw(const bench::Job &job) {
-  stream = bench::open_target(job);
+  stream = bench::open_target(job.parameter);
 }
 
 void warn_raw(const bench::Job &job) {
@@ -21,7 +21,7 @@ void warn_raw(const bench::Job &job) {
 }
 
 void prepare_floor(const bench::Job &job) {
-  floor_set_stream(bench::open_target(job));
+  floor_set_stream(bench::open_target(job.parameter));
 }
 
 void warn_floor(const bench::Job &job) {
@@ -31,7 +31,7 @@ void warn_floor(const bench::Job &job) {
 
 void prepare_orv(const bench::Job &job) {
   msg_clear_streams(MSG_WARN);
-  msg_add_stream(MSG_WARN, bench::open_target(job));
+  msg_add_stream(MSG_WARN, bench::open_target(job.parameter));
 }
 
 void warn_orv(const bench::Job &job) {

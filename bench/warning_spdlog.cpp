@@ -11,7 +11,7 @@ namespace {
 std::shared_ptr<spdlog::logger> logger;
 
 void prepare(const bench::Job &job) {
-  logger = spdlog::basic_logger_st("warnings", bench::target_path(job));
+  logger = spdlog::basic_logger_st("warnings", bench::target_path(job.parameter));
   logger->set_pattern("Warning: %v");
   logger->flush_on(spdlog::level::warn);
 }

@@ -1,17 +1,12 @@
 // Text wrapped at 78 columns, to /dev/null: one message of as many bytes as the parameter says an
 // operation, in one piece or, with "lines" behind the number, with line breaks in it. The tools get
 // all messages in one file, so that their start weighs little.
-#include "bench.h"
 #include "floor_messages.h"
+#include "target.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <orv/msg.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 extern char **environ;
 
@@ -45,13 +40,6 @@ void prepare_text(const bench::Job &job) {
   char *rest = nullptr;
   const size_t size = strtoul(job.parameter, &rest, 10);
   message = make_message(size, strstr(rest, "lines") != nullptr);
-}
-
-FILE *open_output() {
-  FILE *stream = fopen("/dev/null", "w");
-  if (stream == nullptr)
-    bench::die("/dev/null");
-  return stream;
 }
 
 void prepare_tool(const bench::Job &job) {
@@ -91,7 +79,7 @@ void wrap_with_fmt(const bench::Job &) {
 
 void prepare_floor(const bench::Job &job) {
   prepare_text(job);
-  floor_set_stream(open_output());
+  floor_set_stream(bench::open_target("/dev/null"));
 }
 
 void wrap_with_floor(const bench::Job &job) {
@@ -102,7 +90,7 @@ void wrap_with_floor(const bench::Job &job) {
 void prepare_orv(const bench::Job &job) {
   prepare_text(job);
   msg_clear_streams(MSG_INFO);
-  msg_add_stream(MSG_INFO, open_output());
+  msg_add_stream(MSG_INFO, bench::open_target("/dev/null"));
 }
 
 void wrap_with_orv(const bench::Job &job) {
