@@ -13,6 +13,8 @@ PROJECT = Path(__file__).resolve().parents[2]
 GUIDES = PROJECT / "docs/guides/README.md"
 LINK = re.compile(r"(?<!!)\[([^]]*)\]\(([^)\s]*)\)")
 HEADING = re.compile(r"^(#+) (.*?)[ \t]*$", re.M)
+# Doxygen takes the percent sign in front of a word for its own.
+PERCENT = re.compile(r"`%(\w+)`")
 CODE = re.compile(r"(^```.*?^```$)", re.M | re.S)
 
 
@@ -57,7 +59,8 @@ def shown(page):
     """The page, its code left as it is."""
     parts, seen = CODE.split(page.read_text(encoding="utf-8")), {}
     for index in range(0, len(parts), 2):
-        prose = LINK.sub(lambda match: linked(page, match), parts[index])
+        prose = PERCENT.sub(r"<code>\%\1</code>", parts[index])
+        prose = LINK.sub(lambda match: linked(page, match), prose)
         parts[index] = with_headings_named(page, prose, seen)
     return "".join(parts)
 

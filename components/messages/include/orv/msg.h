@@ -303,7 +303,7 @@ ORV_API const char *msg_get_error_prefix(void);
 /**
  * @defgroup msg_calls Writing messages
  *
- * Every call takes a printf format with its arguments (null stands for ""); `%m` gives the text of
+ * Every call takes a printf format with its arguments (null stands for ""); "%m" gives the text of
  * errno as it stood when the call was made. Texts may have any length. A format must not begin with
  * a dollar sign, which is reserved and a fatal error; begin it with two to print one.
  *

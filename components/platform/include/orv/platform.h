@@ -1707,7 +1707,7 @@ ORV_API void platform_debug_args(int *argc, char **argv, const char *log_name)
  * operands over as they are: the first is the path of the program and its own name.
  *
  * Otherwise one of these lines goes to standard error and the process ends with status 1, where
- * `%s` is the operation's word:
+ * "%s" is the operation's word:
  *
  * - `"__ORV_DEBUG__ %s" not a recognized debug op.`
  * - `"__ORV_DEBUG__ %s" operands too long.` for a command line of "using" longer than 1023 bytes
