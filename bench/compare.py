@@ -11,7 +11,7 @@ import rows_library
 from measure import count_instructions, measure
 
 ROWS = rows_library.ROWS + rows_io.ROWS
-CURVES = rows_library.CURVES
+CURVES = rows_library.CURVES + rows_io.CURVES
 
 
 def row_or_growth(text):

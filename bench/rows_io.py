@@ -1,5 +1,5 @@
 """Rows 8 to 15: messages over sockets, companions, files and trees."""
-from table import Case, Contender, Row
+from table import Case, Contender, Curve, Row
 
 KILOBYTE = 1 << 10
 MEGABYTE = 1 << 20
@@ -72,4 +72,59 @@ PAIR = Row(13, "64 bytes sent, or received, through a pair", "send, recv", (
     ), unit="call"),
 ))
 
-ROWS = (RECEIVING, WHOLE_PATH, ROUND_TRIP, LONG_MESSAGE, COMPANION, PAIR)
+FILES = 10_000
+
+COPYING = Row(14, "files copied", "read and write, 8 KiB; cp -a", (
+    Case("one of 64 MB", 1, (
+        Contender("read, write", "copying", "raw-large"),
+        Contender("orv", "copying", "orv-large", goal=1.0),
+        Contender("APR", "copying_apr", "apr-large"),
+    ), unit="MB", units=64),
+    Case(f"{FILES} of 1 KB", FILES, (
+        Contender("read, write", "copying", "raw-small"),
+        Contender("orv", "copying", "orv-small", goal=1.0),
+        Contender("APR", "copying_apr", "apr-small"),
+    ), unit="file"),
+    Case(f"a tree of {FILES}", FILES, (
+        Contender("cp -a", "copying", "raw-tree"),
+        Contender("orv, platform_cp_a", "copying", "orv-tree", goal=1.02),
+    ), unit="file"),
+))
+
+
+def removing(files):
+    return Case("without tools", files, (
+        Contender("readdir, unlinkat", "trees", "raw"),
+        Contender("floor", "trees"),
+        Contender("orv", "trees", goal=1.4),
+        Contender("std::filesystem", "trees", "std"),
+    ), unit="file")
+
+
+REMOVING = Row(15, f"a tree of {FILES} files removed", "readdir, unlinkat; rm", (
+    removing(FILES),
+    Case("with the tool", FILES, (
+        Contender("rm -rf", "trees", "rm"),
+        Contender("orv, platform_rm_rf", "trees", "orv-tool", goal=1.03),
+    ), unit="file"),
+), remark="The floor lists each folder twice, asks for the status of every file with links "
+   "followed, and names it by its path: by that alone it is where the library is.")
+
+
+def listing(files):
+    return Case("", files, (
+        Contender("readdir, sort", "trees", "raw-list"),
+        Contender("orv", "trees", "orv-list"),
+    ), unit="file")
+
+
+ROWS = (RECEIVING, WHOLE_PATH, ROUND_TRIP, LONG_MESSAGE, COMPANION, PAIR, COPYING, REMOVING)
+
+FILE_COUNTS = (100, 1_000, 10_000, 100_000)
+
+CURVES = (
+    Curve("framing", "One message received over a socket pair", "bytes of the message",
+          tuple(KILOBYTE << shift for shift in range(0, 15, 2)), long_message),
+    Curve("listing", "A folder listed", "files", FILE_COUNTS, listing),
+    Curve("removing", "A tree removed without tools", "files", FILE_COUNTS, removing),
+)

@@ -73,6 +73,7 @@ readonly project jobs
     "libgoogle-glog-dev=/usr/include/glog/logging.h"
     "libevent-dev=/usr/include/event2/event.h"
     "libuv1-dev=/usr/include/uv.h"
+    "libapr1-dev=/usr/include/apr-1.0/apr.h"
   )
 }
 
