@@ -1,8 +1,9 @@
 // The short way of formatting: texts, whole numbers and percent signs, without flags, widths or
-// precisions. Whatever else a format asks for, and what does not fit, is left to vsnprintf, which
-// costs several times as much.
+// precisions. Whatever else a format asks for is left to vsnprintf, which costs several times as
+// much, most of all for a text that does not fit.
 #include "messages/format.h"
 
+#include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdio>
@@ -11,35 +12,40 @@
 namespace orv::messages {
 namespace {
 
-// A text under construction.
+constexpr size_t kMostDigits = sizeof "-9223372036854775808";
+
+// A text under construction, which may outgrow its room.
 struct Output {
-  char *at;
-  char *end; // the room for its terminator
+  char *text;
+  size_t room;   // without its terminator
+  size_t length; // of the whole text
 };
 
-[[nodiscard]] bool put(Output &out, const char *characters, size_t count) {
-  if (count > static_cast<size_t>(out.end - out.at))
-    return false;
-  memcpy(out.at, characters, count);
-  out.at += count;
-  return true;
+void put(Output &out, const char *characters, size_t count) {
+  if (out.length < out.room)
+    memcpy(out.text + out.length, characters, std::min(count, out.room - out.length));
+  out.length += count;
 }
 
 [[nodiscard]] bool put_text(Output &out, const char *text) {
-  return text != nullptr && put(out, text, strlen(text));
+  if (text != nullptr)
+    put(out, text, strlen(text));
+  return text != nullptr;
 }
 
 [[nodiscard]] bool put_number(Output &out, auto number) {
-  const auto [end, error] = std::to_chars(out.at, out.end, number);
-  out.at = end;
-  return error == std::errc();
+  char digits[kMostDigits];
+  const char *end = std::to_chars(digits, digits + kMostDigits, number).ptr;
+  put(out, digits, static_cast<size_t>(end - digits));
+  return true;
 }
 
 // Puts what a conversion stands for, and steps past it. False when it is none of the plain ones.
 [[nodiscard]] bool put_conversion(Output &out, const char *&conversion, va_list args) {
   switch (*conversion++) {
   case '%':
-    return put(out, "%", 1);
+    put(out, "%", 1);
+    return true;
   case 's':
     return put_text(out, va_arg(args, const char *));
   case 'd':
@@ -60,21 +66,20 @@ struct Output {
   }
 }
 
-// The length of the text, or -1 where vsnprintf is needed.
+// The length of the text, cut or not, or -1 where vsnprintf is needed.
 [[nodiscard]] int format_plainly(char *text, size_t size, const char *format, va_list args) {
-  Output out = {.at = text, .end = text + size - 1};
+  Output out = {.text = text, .room = size - 1, .length = 0};
   for (const char *at = format;;) {
     const char *percent = strchrnul(at, '%');
-    if (!put(out, at, static_cast<size_t>(percent - at)))
-      return -1;
+    put(out, at, static_cast<size_t>(percent - at));
     if (*percent == '\0')
       break;
     at = percent + 1;
     if (!put_conversion(out, at, args))
       return -1;
   }
-  *out.at = '\0';
-  return static_cast<int>(out.at - text);
+  text[std::min(out.length, out.room)] = '\0';
+  return out.length <= INT_MAX ? static_cast<int>(out.length) : -1;
 }
 
 } // namespace

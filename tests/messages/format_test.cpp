@@ -111,14 +111,15 @@ TEST_F(Format, is_the_systems_for_a_null_text) {
   expect_the_same("%d %s %d", 1, nullptr, 2);
 }
 
-TEST_F(Format, does_without_the_system_for_plain_conversions_that_fit) {
+TEST_F(Format, does_without_the_system_for_plain_conversions_whether_they_fit_or_not) {
   EXPECT_EQ(effort_of(100, "%s %d %u %ld %lu %%", "text", 1, 2U, 3L, 4UL), 0);
   EXPECT_EQ(effort_of(5, "%s", "four"), 0);
+  EXPECT_EQ(effort_of(4, "%s", "four"), 0);
+  EXPECT_EQ(effort_of(1, "%ld%%", 1234567890123L), 0);
 }
 
 TEST_F(Format, asks_the_system_once_for_everything_else) {
   EXPECT_EQ(effort_of(100, "%s %5d", "text", 1), 1);
-  EXPECT_EQ(effort_of(4, "%s", "four"), 1);
   EXPECT_EQ(effort_of(100, "%s", nullptr), 1);
 }
 
