@@ -25,7 +25,7 @@ def arguments():
     parser.add_argument("rows", nargs="*", type=row_or_growth, metavar="ROW",
                         help='rows of the table (all of them by default), or "growth" for the '
                         "curves")
-    parser.add_argument("--seconds", type=float, default=30,
+    parser.add_argument("--seconds", type=float, default=25,
                         help="how long a row or a curve is measured (default: %(default)s)")
     parser.add_argument("--no-instructions", action="store_true",
                         help="do not count instructions")

@@ -20,6 +20,7 @@ class Result:
     nanoseconds: float  # for a unit, the median
     ratio: float  # to the base, the median of the rounds' own ratios
     rounds: int
+    to_undercut: float | None = None  # the lowest ratio of the peers, where it is to be undercut
     instructions: float | None = None  # an operation, beyond those of the case's choice
 
     @property
@@ -30,6 +31,8 @@ class Result:
             verdicts.append(round(self.ratio, 2) <= self.contender.goal)
         if self.contender.instruction_goal is not None and self.instructions is not None:
             verdicts.append(round(self.instructions) <= self.contender.instruction_goal)
+        if self.to_undercut is not None:
+            verdicts.append(self.ratio < self.to_undercut)
         return all(verdicts) if verdicts else None
 
 
@@ -74,7 +77,6 @@ def measure(case, seconds, fewest_rounds=5):
     over; each begins with another contender, so that none profits from its place."""
     check_output(case)
     costs = {contender.name: [] for contender in case.contenders}
-    base = case.contenders[0].name
     end = time.monotonic() + seconds
     for turn in range(MOST_ROUNDS):
         if turn >= fewest_rounds and time.monotonic() > end:
@@ -83,11 +85,22 @@ def measure(case, seconds, fewest_rounds=5):
         for contender in case.contenders[start:] + case.contenders[:start]:
             if turn < contender.most_rounds:
                 costs[contender.name].append(cost(contender, case))
-    return [Result(contender, statistics.median(costs[contender.name]),
-                   statistics.median(own / of_base for own, of_base in
-                                     zip(costs[contender.name], costs[base])),
-                   len(costs[contender.name]))
-            for contender in case.contenders]
+    return summary(case, costs)
+
+
+def summary(case, costs):
+    """The medians of the contenders' costs in the rounds."""
+    of_base = costs[case.contenders[0].name]
+    results = [Result(contender, statistics.median(costs[contender.name]),
+                      statistics.median(own / base for own, base in
+                                        zip(costs[contender.name], of_base)),
+                      len(costs[contender.name]))
+               for contender in case.contenders]
+    if case.ahead:
+        lowest = min(result.ratio for result in results if result.contender in case.peers)
+        for result in results:
+            result.to_undercut = lowest if result.contender.is_ours else None
+    return results
 
 
 def instructions_for(contender, case, count):

@@ -36,6 +36,12 @@ def measured_cell(result):
     return with_instructions(result.ratio, result.instructions)
 
 
+def goal_cell(result):
+    contender = result.contender
+    return (with_instructions(contender.goal, contender.instruction_goal) +
+            ("" if result.to_undercut is None else ", ahead of the peers"))
+
+
 def labelled(result, text):
     """The text behind what sets one form of the library, or one floor, apart from the other."""
     _, _, form = result.contender.name.partition(", ")
@@ -46,15 +52,13 @@ def table_line(row, case, results):
     """A case as a line of the table in Markdown."""
     ours = [result for result in results if result.contender.is_ours]
     floors = [result for result in results if result.contender.is_floor]
-    peers = [result for result in results[1:] if result not in ours and result not in floors]
+    peers = [result for result in results if result.contender in case.peers]
     work = f"{row.work}: {case.title}" if case.title else row.work
     cells = (
         str(row.number), work, f"{results[0].contender.name}: {number(results[0].nanoseconds)} ns "
         f"a {case.unit}",
         "; ".join(labelled(result, f"**{measured_cell(result)}**") for result in ours),
-        "; ".join(labelled(result, with_instructions(result.contender.goal,
-                                                     result.contender.instruction_goal))
-                  for result in ours),
+        "; ".join(labelled(result, goal_cell(result)) for result in ours),
         "yes" if all(result.reached for result in ours) else "no",
         "; ".join(labelled(result, measured_cell(result)) for result in floors),
         "; ".join(f"{result.contender.name} {measured_cell(result)}" for result in peers))

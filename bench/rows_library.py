@@ -28,7 +28,7 @@ def debug_pairs(title, live, goal, instruction_goal):
         Contender("dmalloc", "pairs", "raw", share=0.2, environment=DMALLOC),
         Contender("AddressSanitizer", "pairs_asan", "asan", share=0.2),
         Contender("memcheck", "pairs", "raw", share=0.1, most_rounds=3, wrapper=MEMCHECK),
-    ), parameter=str(live), unit="pair")
+    ), parameter=str(live), unit="pair", ahead=True)
 
 
 DEBUG_PAIRS = Row(2, "the same in debug mode 1", "malloc, free", (
@@ -67,7 +67,7 @@ def warning(title, target, goal, instruction_goal):
         Contender("spdlog", "warning_spdlog"),
         Contender("GLib", "warning_glib", "glib", share=0.2),
         Contender("glog", "warning_glog", "glog", share=0.2),
-    ), parameter=target, unit="line",
+    ), parameter=target, unit="line", ahead=True,
         alike=("fprintf, fflush", "floor", "orv", "spdlog"))
 
 

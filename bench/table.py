@@ -41,8 +41,14 @@ class Case:
     units: float = 1  # how many of these an operation is
     counted_operations: int = 2000  # run under callgrind, and twice as many
     instructions_beyond: str = ""  # the contender whose instructions are taken off; "" for the base
+    ahead: bool = False  # the library is also to cost less than every peer
     alike: tuple = ()  # the contenders that must write the same bytes
     clock: str = "processor"  # or "wall", where waiting is what is shown
+
+    @property
+    def peers(self):
+        return [contender for contender in self.contenders[1:]
+                if not contender.is_ours and not contender.is_floor]
 
 
 @dataclass(frozen=True)
