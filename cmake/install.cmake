@@ -46,5 +46,10 @@ if(BUILD_SHARED_LIBS)
          RENAME \"liborv.so.${PROJECT_VERSION}-gdb.py\")")
 endif()
 
+# What leak checkers need not report.
+install(FILES "${PROJECT_SOURCE_DIR}/tools/suppressions/valgrind.supp"
+              "${PROJECT_SOURCE_DIR}/tools/suppressions/lsan.supp"
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/orv")
+
 install(FILES "${PROJECT_SOURCE_DIR}/docs/man/orv.7" DESTINATION "${CMAKE_INSTALL_MANDIR}/man7"
         COMPONENT runtime)

@@ -43,8 +43,8 @@ configure_and_install() {
   "$CMAKE" --install "$build"
 }
 
-# compile_with_pkg_config PROGRAM SOURCE PKG_CONFIG_PATH: as the README says it. pkg-config quotes
-# blanks for the shell, hence eval. A C source is left to the C compiler's driver.
+# compile_with_pkg_config PROGRAM SOURCE PKG_CONFIG_PATH [FLAG...]: as the README says it. pkg-config
+# quotes blanks for the shell, hence eval. A C source is left to the C compiler's driver.
 compile_with_pkg_config() {
   local flags compiler
   case $2 in
@@ -52,7 +52,7 @@ compile_with_pkg_config() {
     *.cpp) compiler=$CXX ;;
   esac
   flags=$(PKG_CONFIG_PATH=$3 pkg-config --cflags --libs orv)
-  eval "$(printf '%q ' "$compiler" -Wall -Wextra -Werror -o "$1" "$2")$flags"
+  eval "$(printf '%q ' "$compiler" -Wall -Wextra -Werror "${@:4}" -o "$1" "$2")$flags"
 }
 
 # expect_greeting PROGRAM LIBDIR: the program runs and uses the library.
