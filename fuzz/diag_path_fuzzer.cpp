@@ -2,11 +2,15 @@
 // suffixes, login names and times must open the same paths, in the same mode and after the same
 // pauses, and must leave the same streams. The files themselves are made up.
 #include "bytes.h"
+#include "judge.h"
+#include "library_run.h"
+#include "messages/state.h"
 
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <optional>
 #include <orv/diag.h>
@@ -21,19 +25,18 @@ namespace {
 
 // What the fuzzer's bytes mean here.
 struct Input : Bytes {
-  // A word that means something, a few bytes, or a path of about the length of an area.
+  int long_texts_left = 2;
+
   std::string text() {
     static const char *const words[] = {"",       "0",      "1",    "2",  "stdout", "StdOut",
                                         "stderr", "STDERR", "/tmp", "00", "/",      "stderr "};
-    const unsigned kind = byte();
-    if (kind < 96)
-      return words[kind % std::size(words)];
-    std::string made;
-    for (unsigned length = byte() % 24; length > 0; length--)
-      made += static_cast<char>(byte() % 255 + 1);
-    if (kind >= 208)
-      made.resize(4096 - 40 + byte() % 80, 'x');
-    return made;
+    if (!one_in(4))
+      return one_of(words);
+    const std::string made = characters(23);
+    if (!one_in(16) || long_texts_left == 0)
+      return made;
+    long_texts_left--;
+    return repeated(made, 4096 - 40 + byte() % 80);
   }
 
   std::optional<std::string> text_or_none() {
@@ -44,9 +47,6 @@ struct Input : Bytes {
 };
 
 // ---- what the system answers while the library runs ----
-
-// True while the library runs. The fuzzer's own calls, from other threads too, go to the system.
-thread_local bool answering = false;
 
 struct System {
   time_t now;
@@ -74,13 +74,6 @@ bool is_directory(const std::string &path) {
   return nature_of(path) % 3 != 0;
 }
 
-template <typename Call> auto library(Call call) {
-  answering = true;
-  auto result = call();
-  answering = false;
-  return result;
-}
-
 // ---- the model ----
 
 enum Variable { kDiagDir, kDiagnosticsPath, kOrvTmpdir, kTmp, kTemp, kVariableCount };
@@ -90,8 +83,8 @@ constexpr const char *kNames[] = {"ORV_DIAG_DIR", "ORV_DIAGNOSTICS_PATH", "ORV_T
 struct Model {
   std::optional<std::string> environment[kVariableCount];
   std::string stored;
-  std::string login; // what was found out once stays, from one input to the next
-  bool attempted;
+  std::string login; // what was found out once stays
+  bool attempted = false;
   std::vector<FILE *> streams;
   std::vector<std::string> happened;
 
@@ -183,12 +176,6 @@ Model model;
 
 // ---- the comparison ----
 
-[[noreturn]] void differ(const char *what, const std::string &library,
-                         const std::string &expected) {
-  fprintf(stderr, "%s: \"%s\", expected \"%s\"\n", what, library.c_str(), expected.c_str());
-  abort();
-}
-
 std::string joined(const std::vector<std::string> &lines) {
   std::string text;
   for (const std::string &line : lines)
@@ -205,52 +192,43 @@ std::string listed(FILE *const *streams, size_t count) {
 
 void compare() {
   const msg_stream_desc *desc = _msg_get_stream_desc(MSG_DIAG);
-  const std::string streams = listed(desc->streams, static_cast<size_t>(desc->count));
-  const std::string expected_streams = listed(model.streams.data(), model.streams.size());
-  if (streams != expected_streams)
-    differ("streams", streams, expected_streams);
-  if (model.directory() != diag_get_dir())
-    differ("directory", diag_get_dir(), model.directory());
-  if (joined(fake.happened) != joined(model.happened))
-    differ("calls", joined(fake.happened), joined(model.happened));
-  if (diag_stamped_log_attempted() != (model.attempted ? 1 : 0))
-    differ("attempted", std::to_string(diag_stamped_log_attempted()), "the other");
+  judge("streams", listed(desc->streams, static_cast<size_t>(desc->count)),
+        listed(model.streams.data(), model.streams.size()));
+  judge("directory", library_run::run([] { return diag_get_dir(); }), model.directory());
+  judge("calls", joined(fake.happened), joined(model.happened));
+  judge("attempted", diag_stamped_log_attempted(), model.attempted ? 1 : 0);
   fake.happened.clear();
   model.happened.clear();
 }
 
 void set_dir(const std::optional<std::string> &wish) {
   model.set_dir(wish);
-  const char *result = library([&] { return diag_set_dir(wish ? wish->c_str() : nullptr); });
-  if (model.stored != result)
-    differ("stored", result, model.stored);
+  const char *result =
+      library_run::run([&] { return diag_set_dir(wish ? wish->c_str() : nullptr); });
+  judge("stored", result, model.stored);
 }
 
 // The directory given lies in the library's own store, or in the environment.
 void set_dir_from_within(size_t offset) {
-  const char *current = diag_get_dir();
+  const char *current = library_run::run([] { return diag_get_dir(); });
   const std::string whole = current;
   offset %= whole.size() + 1;
   model.set_dir(whole.substr(offset));
-  const char *result = library([&] { return diag_set_dir(current + offset); });
-  if (model.stored != result)
-    differ("stored", result, model.stored);
+  const char *result = library_run::run([&] { return diag_set_dir(current + offset); });
+  judge("stored", result, model.stored);
 }
 
 void open_stamped_log(const std::optional<std::string> &suffix) {
   model.open_stamped_log(suffix);
-  library([&] {
+  library_run::run([&] {
     diag_open_stamped_log(suffix ? suffix->c_str() : nullptr);
     return 0;
   });
 }
 
-void set_variable(unsigned index, const std::optional<std::string> &value) {
-  model.environment[index] = value;
-  if (value)
-    setenv(kNames[index], value->c_str(), 1);
-  else
-    unsetenv(kNames[index]);
+void set_variable(Input &input) {
+  const unsigned variable = input.byte() % kVariableCount;
+  model.environment[variable] = input.text_or_none();
 }
 
 void take_step(Input &input) {
@@ -258,7 +236,7 @@ void take_step(Input &input) {
   case 0:
   case 1:
   case 2:
-    set_variable(input.byte() % kVariableCount, input.text_or_none());
+    set_variable(input);
     return;
   case 3:
     set_dir(input.text_or_none());
@@ -280,21 +258,32 @@ void take_step(Input &input) {
 }
 
 void start_afresh() {
-  for (unsigned variable = 0; variable < kVariableCount; variable++)
-    set_variable(variable, std::nullopt);
+  orv::messages::state.diag = {};
+  msg_clear_streams(MSG_DIAG);
+  model = Model();
   fake.opens = true;
   fake.now = 0;
-  set_dir(std::string(5000, 'x')); // too long to be stored: nothing is
-  compare();
+  fake.login = std::nullopt;
+  fake.happened.clear();
 }
 
 } // namespace
 
 extern "C" {
 
+char *__real_getenv(const char *name);
+char *__wrap_getenv(const char *name) {
+  if (!library_run::active)
+    return __real_getenv(name);
+  for (unsigned i = 0; i < kVariableCount; i++)
+    if (strcmp(name, kNames[i]) == 0)
+      return model.environment[i] ? model.environment[i]->data() : nullptr;
+  differ("the variable asked for", name, "another");
+}
+
 int __real_access(const char *path, int mode);
 int __wrap_access(const char *path, int mode) {
-  if (!answering)
+  if (!library_run::active)
     return __real_access(path, mode);
   if (mode != W_OK)
     fake.happened.push_back("access with another mode");
@@ -303,7 +292,7 @@ int __wrap_access(const char *path, int mode) {
 
 int __real_stat(const char *path, struct stat *status);
 int __wrap_stat(const char *path, struct stat *status) {
-  if (!answering)
+  if (!library_run::active)
     return __real_stat(path, status);
   *status = {};
   status->st_mode = is_directory(path) ? S_IFDIR : S_IFREG;
@@ -312,7 +301,7 @@ int __wrap_stat(const char *path, struct stat *status) {
 
 FILE *__real_fopen(const char *path, const char *mode);
 FILE *__wrap_fopen(const char *path, const char *mode) {
-  if (!answering)
+  if (!library_run::active)
     return __real_fopen(path, mode);
   fake.happened.push_back(std::string("fopen ") + mode + " " + path);
   return fake.opens ? fake.log : nullptr;
@@ -320,7 +309,7 @@ FILE *__wrap_fopen(const char *path, const char *mode) {
 
 unsigned __real_sleep(unsigned seconds);
 unsigned __wrap_sleep(unsigned seconds) {
-  if (!answering)
+  if (!library_run::active)
     return __real_sleep(seconds);
   fake.happened.push_back("sleep " + std::to_string(seconds));
   return 0;
@@ -328,25 +317,25 @@ unsigned __wrap_sleep(unsigned seconds) {
 
 time_t __real_time(time_t *result);
 time_t __wrap_time(time_t *result) {
-  return answering ? fake.now : __real_time(result);
+  return library_run::active ? fake.now : __real_time(result);
 }
 
 char *__real_getlogin(void);
 char *__wrap_getlogin(void) {
-  if (!answering)
+  if (!library_run::active)
     return __real_getlogin();
   return fake.login ? fake.login->data() : nullptr;
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static const bool prepared = [] {
-    setenv("TZ", "UTC0", 1);
+    setenv("TZ", "UTC0", 1); // the model knows no other
     fake.log = fopencookie(nullptr, "w", {});
     return true;
   }();
   (void)prepared;
   start_afresh();
-  Input input = {data, size};
+  Input input{{.data = data, .left = size}};
   while (input.left > 0) {
     take_step(input);
     compare();

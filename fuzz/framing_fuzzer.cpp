@@ -1,9 +1,13 @@
 // The socket message loop against a plain model that searches a byte at a time: random bytes in
 // random pieces, handlers and idle callbacks that reset, replace and use the buffer in the middle.
-// After each step both must have handed over the same messages and hold the same bytes.
+// After each step both must have handed over the same messages and hold the same bytes. The socket
+// is a text that the library receives from.
 #include "../tests/platform/socket/message_model.h"
 #include "bytes.h"
+#include "library_run.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -12,15 +16,15 @@
 #include <orv/msg.h>
 #include <orv/platform.h>
 #include <string>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <sys/select.h>
+#include <sys/types.h>
 #include <vector>
 
 namespace {
 
 constexpr size_t kReceiveSize = 8192;
-constexpr size_t kMostWaiting = 60000; // what a socket pair surely holds
+constexpr size_t kMostWaiting = 60000;
+constexpr int kSocket = 5;
 
 // What happens between two steps, while a callback runs.
 enum class Action { nothing, feed, reset, replace, receive, dispatch };
@@ -33,13 +37,13 @@ struct Step {
 std::string piece_of(Bytes &input) {
   static constexpr char kKinds[] = {'\r', '\n', '\0', 'a'};
   std::string bytes;
-  const unsigned kind = input.byte();
+  const bool long_one = input.one_in(64);
   const unsigned length = input.byte();
   for (unsigned i = 0; i < length % 48; i++) {
     const unsigned chosen = input.byte();
     bytes += chosen % 5 == 4 ? std::string("\r\n") : std::string(1, kKinds[chosen % 5]);
   }
-  if (kind % 16 == 0) { // more lines than a table holds, or a line longer than a receive
+  if (long_one) { // more lines than a table holds, or a line longer than a receive
     std::string many;
     for (unsigned i = 0; i < length * 10; i++)
       many += bytes.substr(0, 20);
@@ -171,7 +175,7 @@ struct Model {
 // ---- the library ----
 
 struct Real {
-  int ends[2];
+  std::string waiting; // in the socket
   platform_msgbuf *buffers[2];
   size_t installed;
   std::vector<model::Lines> messages;
@@ -187,17 +191,9 @@ void check(bool holds, const char *what) {
   }
 }
 
-size_t waiting_bytes() {
-  int count = 0;
-  ioctl(real.ends[0], FIONREAD, &count);
-  return static_cast<size_t>(count);
-}
-
 void feed(const std::string &bytes) {
-  if (bytes.empty() || waiting_bytes() + bytes.size() > kMostWaiting)
-    return;
-  check(write(real.ends[1], bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
-        "the socket pair is too small");
+  if (real.waiting.size() + bytes.size() <= kMostWaiting)
+    real.waiting += bytes;
 }
 
 void replace() {
@@ -232,10 +228,10 @@ void act(const Step &step) {
     replace();
     break;
   case Action::receive:
-    platform_recv_messages(real.ends[0]);
+    platform_recv_messages(kSocket);
     break;
   case Action::dispatch:
-    platform_dispatch_messages(real.ends[0], handle);
+    platform_dispatch_messages(kSocket, handle);
     break;
   case Action::nothing:
     break;
@@ -249,7 +245,7 @@ void idle() {
 // ---- both ----
 
 void open_real(const Model &expected, char fill) {
-  check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, real.ends) == 0, "no socket pair");
+  real.waiting.clear();
   for (size_t i = 0; i < 2; i++) {
     const size_t capacity = expected.buffers[i].capacity;
     real.buffers[i] = platform_msgbuf_create(static_cast<int>(capacity));
@@ -264,14 +260,12 @@ void close_real() {
   platform_set_message_buffer(nullptr);
   for (platform_msgbuf *buffer : real.buffers)
     platform_msgbuf_free(buffer);
-  for (const int end : real.ends)
-    close(end);
 }
 
 void compare(const Model &expected) {
   check(real.messages == expected.messages, "the messages");
   check(real.installed == expected.installed, "the installed buffer");
-  check(waiting_bytes() == expected.waiting.size(), "the bytes in the socket");
+  check(real.waiting == expected.waiting, "the bytes in the socket");
   for (size_t i = 0; i < 2; i++) {
     const model::Buffer &buffer = expected.buffers[i];
     const platform_msgbuf *held = real.buffers[i];
@@ -301,25 +295,58 @@ bool take_step(Bytes &input, Model &expected) {
     expected.act(step);
     if (expected.overflow)
       return false;
-    act(step);
-    return true;
+    return library_run::run([&] {
+      act(step);
+      return true;
+    });
   }
   const int result = expected.get_one();
   if (expected.overflow)
     return false;
-  check(platform_get_one_message(real.ends[0], handle, idle, 0) == result, "the result");
+  check(library_run::run([] { return platform_get_one_message(kSocket, handle, idle, 0); }) ==
+            result,
+        "the result");
   return true;
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+extern "C" {
+
+ssize_t __real_recv(int fd, void *buffer, size_t size, int flags);
+ssize_t __wrap_recv(int fd, void *buffer, size_t size, int flags) {
+  if (!library_run::active)
+    return __real_recv(fd, buffer, size, flags);
+  if (real.waiting.empty()) {
+    errno = EAGAIN;
+    return -1;
+  }
+  const size_t received = std::min(size, real.waiting.size());
+  memcpy(buffer, real.waiting.data(), received);
+  real.waiting.erase(0, received);
+  return static_cast<ssize_t>(received);
+}
+
+int __real_select(int count, fd_set *reading, fd_set *writing, fd_set *failing, timeval *limit);
+int __wrap_select(int count, fd_set *reading, fd_set *writing, fd_set *failing, timeval *limit) {
+  if (!library_run::active)
+    return __real_select(count, reading, writing, failing, limit);
+  check(count == kSocket + 1 && FD_ISSET(kSocket, reading), "what is waited for");
+  return real.waiting.empty() ? 0 : 1;
+}
+
+// Whether the descriptor is open.
+int __wrap_fcntl(int, int, ...) {
+  return 0;
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   msg_clear_streams(MSG_WARN); // of messages with too many lines
   Bytes input = {.data = data, .left = size};
   const char fill = "\r\n?"[input.byte() % 3];
   Model expected;
   for (int i = 0; i < 2; i++) {
-    const size_t capacity = input.byte() % 8 == 0 ? 60000 : 1 + input.byte();
+    const size_t capacity = input.one_in(32) ? 60000 : 1 + input.byte();
     expected.buffers.emplace_back(capacity, fill);
   }
   open_real(expected, fill);
@@ -328,3 +355,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   close_real();
   return 0;
 }
+
+} // extern "C"

@@ -2,6 +2,7 @@
 // can be given back between two inputs.
 #include "library_run.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -38,6 +39,10 @@ extern "C" {
 
 void *__real_malloc(size_t size);
 void *__wrap_malloc(size_t size) {
+  if (library_run::active && library_run::refuses_storage) {
+    errno = ENOMEM;
+    return nullptr;
+  }
   return noted(__real_malloc(size));
 }
 

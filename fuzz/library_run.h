@@ -8,6 +8,7 @@ namespace library_run {
 
 inline thread_local bool active = false;
 inline jmp_buf way_back;
+inline bool refuses_storage = false; // to the library's malloc, where that is wrapped
 
 // Runs `call` and returns its result.
 template <typename Call> auto run(Call call) {

@@ -1,11 +1,19 @@
-// The message writer against a plain model: random sequences of message calls, widths, prefixes,
-// solo switches and continuations must give the same bytes on every type's stream.
+// The message calls against a plain model: random sequences of all of them, with widths, prefixes,
+// solo switches, continuations, long texts, refused storage and formats that end the process, must
+// give the same bytes on every type's stream.
 #include "bytes.h"
+#include "judge.h"
+#include "library_run.h"
+#include "messages/state.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <orv/msg.h>
 #include <string>
 
@@ -13,29 +21,106 @@ namespace {
 
 // What the fuzzer's bytes mean here.
 struct Input : Bytes {
-  std::string text(size_t longest) {
+  int long_texts_left = 2;
+
+  std::string piece(unsigned most) {
     static const char kinds[] = "abcdefgh   \t\n  xyz\n";
-    size_t length = byte() % 8 == 0 ? (byte() * 256U + byte()) % longest : byte() % 40U;
     std::string made;
-    while (made.size() < length && left > 0) {
+    for (unsigned length = byte() % most; length > 0 && left > 0; length--) {
       const unsigned chosen = byte();
       made += chosen < 250 ? kinds[chosen % (sizeof kinds - 1)] : static_cast<char>(chosen);
     }
     return made;
   }
 
+  // Some are about as long as the library's own areas.
+  std::string text() {
+    static constexpr size_t kSizes[] = {200, 1000, 9998, 16384};
+    if (!one_in(32) || long_texts_left == 0)
+      return piece(40);
+    long_texts_left--;
+    return repeated(piece(40), kSizes[byte() % 4] - 8 + byte() % 16);
+  }
+
   std::string prefix() {
-    std::string made = text(90);
-    for (char &c : made)
-      if (c == '\n')
-        c = ' ';
+    std::string made = one_in(8) ? repeated(piece(20), 44 + byte() % 10) : piece(16);
+    std::replace(made.begin(), made.end(), '\n', ' ');
     return made;
   }
 };
 
-constexpr int kTypes[] = {MSG_INFO, MSG_DEBUG, MSG_WARN, MSG_ERROR};
+// ---- the calls, as a table of what each fixes ----
+
+enum Prefix { kMpPrefix, kWarnPrefix, kPrintPrefix, kInternalErrorPrefix, kErrorPrefix };
+
+struct SharedCall {
+  void (*write)(const char *format, ...);
+  int type;
+  Prefix prefix;
+  int format;
+  bool solo;
+  bool ends;         // the process
+  bool system_error; // tells it too
+};
+
+constexpr SharedCall kSharedCalls[] = {
+    {msg_print_raw, MSG_INFO, kPrintPrefix, MSG_FMT_RAW, false, false, false},
+    {msg_print_wrap, MSG_INFO, kPrintPrefix, MSG_FMT_WRAP, false, false, false},
+    {msg_print, MSG_INFO, kPrintPrefix, MSG_FMT_LINE, false, false, false},
+    {msg_print_solo_raw, MSG_INFO, kPrintPrefix, MSG_FMT_RAW, true, false, false},
+    {msg_print_solo_wrap, MSG_INFO, kPrintPrefix, MSG_FMT_WRAP, true, false, false},
+    {msg_print_solo, MSG_INFO, kPrintPrefix, MSG_FMT_LINE, true, false, false},
+    {msg_warn_raw, MSG_WARN, kWarnPrefix, MSG_FMT_RAW, false, false, false},
+    {msg_warn_wrap, MSG_WARN, kWarnPrefix, MSG_FMT_WRAP, false, false, false},
+    {msg_warn, MSG_WARN, kWarnPrefix, MSG_FMT_LINE, false, false, false},
+    {msg_warn_solo_raw, MSG_WARN, kWarnPrefix, MSG_FMT_RAW, true, false, false},
+    {msg_warn_solo_wrap, MSG_WARN, kWarnPrefix, MSG_FMT_WRAP, true, false, false},
+    {msg_warn_solo, MSG_WARN, kWarnPrefix, MSG_FMT_LINE, true, false, false},
+    {msg_error_shared, MSG_ERROR, kErrorPrefix, MSG_FMT_LINE, false, false, false},
+    {msg_fatal, MSG_ERROR, kErrorPrefix, MSG_FMT_LINE, false, true, false},
+    {msg_fatal_solo, MSG_ERROR, kErrorPrefix, MSG_FMT_LINE, true, true, false},
+    {msg_fatal_internal, MSG_ERROR, kInternalErrorPrefix, MSG_FMT_LINE, false, true, false},
+    {msg_fatal_internal_solo, MSG_ERROR, kInternalErrorPrefix, MSG_FMT_LINE, true, true, false},
+    {msg_fatal_syserr, MSG_ERROR, kErrorPrefix, MSG_FMT_LINE, false, true, true},
+    {msg_fatal_syserr_solo, MSG_ERROR, kErrorPrefix, MSG_FMT_LINE, true, true, true},
+};
+
+struct ChoiceCall {
+  void (*write)(int solo, const char *format, ...);
+  Prefix prefix;
+  int format;
+};
+
+constexpr ChoiceCall kChoiceCalls[] = {
+    {msg_error_raw, kErrorPrefix, MSG_FMT_RAW},
+    {msg_error_wrap, kErrorPrefix, MSG_FMT_WRAP},
+    {msg_error, kErrorPrefix, MSG_FMT_LINE},
+    {msg_internal_error_raw, kInternalErrorPrefix, MSG_FMT_RAW},
+    {msg_internal_error_wrap, kInternalErrorPrefix, MSG_FMT_WRAP},
+    {msg_internal_error, kInternalErrorPrefix, MSG_FMT_LINE},
+};
+
+struct PrefixCall {
+  void (*set)(const char *text);
+  const char *(*get)();
+  const char *name;
+};
+
+constexpr PrefixCall kPrefixCalls[] = {
+    {msg_set_mp_prefix, msg_get_mp_prefix, "msg_set_mp_prefix"},
+    {msg_set_warn_prefix, msg_get_warn_prefix, "msg_set_warn_prefix"},
+    {msg_set_print_prefix, msg_get_print_prefix, "msg_set_print_prefix"},
+    {msg_set_internal_error_prefix, msg_get_internal_error_prefix, "msg_set_internal_error_prefix"},
+    {msg_set_error_prefix, msg_get_error_prefix, "msg_set_error_prefix"},
+};
+static_assert(std::size(kPrefixCalls) == kErrorPrefix + 1);
 
 // ---- the model: one growing text a type, written as slowly and plainly as possible ----
+
+constexpr int kTypes[] = {MSG_INFO, MSG_DEBUG, MSG_WARN, MSG_ERROR, MSG_DIAG};
+constexpr int kMostType = MSG_DIAG;
+constexpr size_t kMostInArea = 16383; // characters, where the heap has refused
+constexpr size_t kMostAtFirst = 9998; // characters, for which nothing is asked of the heap
 
 struct Message {
   int type;
@@ -44,30 +129,39 @@ struct Message {
   bool continuation;
   std::string prefix;
   std::string text;
+  bool is_last_head = false; // the prefix is what the library keeps for continuations
 };
 
 struct Model {
-  std::string out[17];
+  std::string out[kMostType + 1];
   long column = 0;
   long width = 78;
   bool solo_output = true;
-  std::string mp_prefix;
+  std::string prefixes[std::size(kPrefixCalls)] = {"", "Warning: ", "",
+                                                   "Internal error: ", "Error: "};
   int last_type = 0;
   int last_format = 0;
   bool last_solo = false;
   std::string last_head;
+  bool ended = false;
 
   static bool blank(char c) { return c == ' ' || c == '\t'; }
+
+  static std::string indentation(size_t length) {
+    return std::string(std::min<size_t>(length, 49), ' ');
+  }
 
   void write(const Message &m, const std::string &bytes) { out[m.type] += bytes; }
 
   void line_head(const Message &m, std::string &head) {
     if (!m.solo)
-      write(m, mp_prefix);
+      write(m, prefixes[kMpPrefix]);
     write(m, head);
-    const auto full = static_cast<long>(m.prefix.size() + (m.solo ? 0 : mp_prefix.size()));
-    head = std::string(m.prefix.size() < 49 ? m.prefix.size() : 49, ' ');
+    const auto full =
+        static_cast<long>(m.prefix.size() + (m.solo ? 0 : prefixes[kMpPrefix].size()));
+    head = indentation(m.prefix.size());
     column += full;
+    lines_written++;
   }
 
   void unwrapped(const Message &m, std::string &head) {
@@ -138,146 +232,279 @@ struct Model {
     }
   }
 
+  void fatal(bool solo, const std::string &text) {
+    message({MSG_ERROR, MSG_FMT_LINE, solo, false, prefixes[kErrorPrefix], text});
+    ended = true;
+  }
+
+  // What a message leaves for a continuation.
+  void remember(const Message &m, bool head_was_written) {
+    if (head_was_written)
+      last_head = indentation(m.prefix.size());
+    else if (!m.is_last_head)
+      last_head = library_run::refuses_storage ? indentation(m.prefix.size()) : m.prefix;
+    last_type = m.type;
+    last_format = m.format;
+    last_solo = m.solo;
+  }
+
   void message(const Message &m) {
     if (m.solo && !solo_output)
       return;
+    if (std::find(std::begin(kTypes), std::end(kTypes), m.type) == std::end(kTypes))
+      return fatal(false, "Internal error (_msg_get_stream_desc): Unknown message type: " +
+                              std::to_string(m.type));
     std::string head = m.prefix;
+    bool stays_on_line = m.continuation && column != 0;
     if (!m.continuation && column != 0) {
       write(m, "\n");
       column = 0;
     }
-    if (!(m.continuation && column != 0))
+    lines_written = 0;
+    if (!stays_on_line)
       line_head(m, head);
     if (width == 0 || m.format == MSG_FMT_RAW)
       unwrapped(m, head);
+    else if (m.format != MSG_FMT_WRAP && m.format != MSG_FMT_LINE)
+      return fatal(m.solo, "Internal error: Bad MSG_FMT_TYPE: " + std::to_string(m.format));
     else
       wrapped(m, head);
     if (m.format == MSG_FMT_LINE) {
       write(m, "\n");
       column = 0;
     }
-    last_type = m.type;
-    last_format = m.format;
-    last_solo = m.solo;
-    last_head = head;
+    remember(m, lines_written > 0);
+  }
+
+  // The text as it is expanded; where it is the format itself, nothing is.
+  static std::string expanded(const std::string &text, bool is_format) {
+    const bool needs_heap = !is_format && text.size() > kMostAtFirst;
+    return needs_heap && library_run::refuses_storage ? text.substr(0, kMostInArea) : text;
+  }
+
+  // A message whose text is its format: a dollar sign at its beginning is reserved.
+  void message_of_format(Message m) {
+    if (m.solo && !solo_output)
+      return;
+    if (m.text[0] == '$' && m.text[1] != '$')
+      return fatal(m.solo,
+                   expanded("Internationalization interface not yet supported.\n"
+                            "However, the format string \"" +
+                                m.text +
+                                "\" began with a dollar sign.  Use two dollar signs if you really "
+                                "want the string to begin a dollar sign.",
+                            false));
+    if (m.text[0] == '$')
+      m.text.erase(0, 1);
+    message(m);
   }
 
   void cont(const std::string &text) {
-    message({last_type, last_format, last_solo, true, last_head, text});
+    if (last_type == 0)
+      return fatal(false, "MSG_CONT called before any other message function.");
+    message({last_type, last_format, last_solo, true, last_head, text, true});
   }
+
+  void set_prefix(Prefix slot, const std::string &text) {
+    if (!library_run::refuses_storage)
+      prefixes[slot] = text;
+    else
+      message({MSG_WARN, MSG_FMT_LINE, false, false, prefixes[kWarnPrefix],
+               std::string(kPrefixCalls[slot].name) + ": Couldn't allocate " +
+                   std::to_string(text.size() + 1) +
+                   " characters to store print prefix. Prefix unchanged."});
+  }
+
+  int lines_written = 0; // heads of lines, of the present message
 };
 
 // ---- the library, its streams kept in memory ----
 
-struct Streams {
-  FILE *stream[17] = {};
-  char *bytes[17] = {};
-  size_t length[17] = {};
+std::string written[kMostType + 1];
+const char *environment; // the value of the width's variable
+orv::messages::State pristine;
 
-  void open() {
-    for (int type : kTypes) {
-      stream[type] = open_memstream(&bytes[type], &length[type]);
-      msg_clear_streams(type);
-      msg_add_stream(type, stream[type]);
-    }
+ssize_t take(void *cookie, const char *bytes, size_t count) {
+  static_cast<std::string *>(cookie)->append(bytes, count);
+  return static_cast<ssize_t>(count);
+}
+
+void prepare() {
+  for (const int type : kTypes) {
+    FILE *stream = fopencookie(&written[type], "w",
+                               {.read = nullptr, .write = take, .seek = nullptr, .close = nullptr});
+    setvbuf(stream, nullptr, _IONBF, 0);
+    msg_clear_streams(type);
+    msg_add_stream(type, stream);
   }
+  pristine = orv::messages::state;
+}
 
-  void close() {
-    for (int type : kTypes) {
-      msg_clear_streams(type);
-      fclose(stream[type]);
-      free(bytes[type]);
-    }
-  }
-};
+// What precedes the area for texts is all that a message leaves behind.
+void start_afresh() {
+  library_run::release_left_blocks();
+  memcpy(&orv::messages::state, &pristine, offsetof(orv::messages::State, area));
+  for (std::string &text : written)
+    text.clear();
+}
 
-void send(const Message &m, const char *format, ...) {
+void compare(const Model &model) {
+  for (const int type : kTypes)
+    judge("what was written", written[type], model.out[type]);
+}
+
+// ---- the steps: each true when the library returned ----
+
+void output(const Message &m, const char *format, ...) {
   va_list args;
   va_start(args, format);
   msg_output(m.type, m.format, m.solo, m.continuation, m.prefix.c_str(), format, args);
   va_end(args);
 }
 
-void one_step(Input &input, Model &model) {
-  switch (input.byte() % 8) {
-  case 0:
-    model.width = input.byte() % 4 == 0 ? 0 : input.byte() % 100;
-    msg_set_width_limit(static_cast<int>(model.width));
-    break;
-  case 1:
-    model.mp_prefix = input.prefix();
-    msg_set_mp_prefix(model.mp_prefix.c_str());
-    break;
-  case 2:
-    model.solo_output = input.byte() % 3 != 0;
-    msg_set_solo_output(model.solo_output);
-    break;
-  case 3:
-  case 4: {
-    if (model.last_type == 0)
-      break;
-    const std::string text = input.text(3000);
-    msg_cont("%s", text.c_str());
-    model.cont(text.c_str());
-    break;
+bool write_message(Input &input, Model &model) {
+  Message m{.type =
+                input.one_in(64) ? static_cast<int>(input.byte() % 20) : kTypes[input.byte() % 5],
+            .format = input.one_in(64) ? static_cast<int>(input.byte())
+                                       : static_cast<int>(input.byte() % 3),
+            .solo = input.byte() % 3 == 0,
+            .continuation = input.byte() % 4 == 1,
+            .prefix = input.prefix(),
+            .text = input.text()};
+  const bool is_format = input.one_in(4) && m.text.find('%') == std::string::npos;
+  const std::string text = m.text;
+  if (is_format) {
+    model.message_of_format(m);
+    return library_run::returns([&] { output(m, text.c_str()); });
   }
-  default: {
-    const unsigned choice = input.byte();
-    Message m{.type = kTypes[choice % 4],
-              .format = static_cast<int>(choice / 4 % 3),
-              .solo = choice / 12 % 3 == 0,
-              .continuation = choice / 36 % 7 == 0,
-              .prefix = input.prefix().c_str(),
-              .text = input.text(20000).c_str()};
-    send(m, "%s", m.text.c_str());
-    model.message(m);
-  }
-  }
+  m.text = Model::expanded(m.text, false);
+  model.message(m);
+  return library_run::returns([&] { output(m, "%s", text.c_str()); });
 }
 
-void compare(Streams &streams, const Model &model) {
-  for (int type : kTypes) {
-    fflush(streams.stream[type]);
-    const std::string written(streams.bytes[type], streams.length[type]);
-    if (written != model.out[type]) {
-      fprintf(stderr, "type %d\nwritten:  [%s]\nexpected: [%s]\n", type, written.c_str(),
-              model.out[type].c_str());
-      abort();
-    }
-  }
+bool call_shared(Input &input, Model &model) {
+  const SharedCall &call = kSharedCalls[input.byte() % std::size(kSharedCalls)];
+  const std::string text = input.text();
+  const int error = static_cast<int>(input.byte() % 100);
+  model.message({call.type, call.format, call.solo, false, model.prefixes[call.prefix],
+                 Model::expanded(text, false)});
+  if (call.system_error)
+    model.cont(std::string("System error message: ") + strerror(error));
+  model.ended |= call.ends;
+  return library_run::returns([&] {
+    errno = error;
+    call.write("%s", text.c_str());
+  });
 }
 
-// Both sides start on a fresh line; what an earlier input left to continue is carried over.
-void start_afresh(Model &model, const Model &before) {
-  msg_set_width_limit(78);
-  msg_set_mp_prefix("");
-  msg_set_solo_output(1);
-  model.last_type = before.last_type;
-  model.last_format = before.last_format;
-  model.last_solo = before.last_solo;
-  model.last_head = before.last_head;
-  const Message first{MSG_INFO, MSG_FMT_LINE, false, false, "", ""};
-  model.column = before.column;
-  send(first, "%s", "");
-  model.message(first);
+bool call_choice(Input &input, Model &model) {
+  const ChoiceCall &call = kChoiceCalls[input.byte() % std::size(kChoiceCalls)];
+  const std::string text = input.text();
+  const bool solo = input.byte() % 2 == 0;
+  model.message({MSG_ERROR, call.format, solo, false, model.prefixes[call.prefix],
+                 Model::expanded(text, false)});
+  return library_run::returns([&] { call.write(solo ? 1 : 0, "%s", text.c_str()); });
 }
+
+bool print_otherwise(Input &input, Model &model) {
+  const bool bare = input.byte() % 2 == 0;
+  const std::string prefix = bare ? "" : input.prefix();
+  const std::string text = input.text();
+  model.message({MSG_INFO, MSG_FMT_LINE, false, false, prefix, Model::expanded(text, false)});
+  return library_run::returns([&] {
+    if (bare)
+      msg_print_bare("%s", text.c_str());
+    else
+      msg_print_with_prefix(prefix.c_str(), "%s", text.c_str());
+  });
+}
+
+bool continue_message(Input &input, Model &model) {
+  const std::string text = input.text();
+  model.cont(Model::expanded(text, false));
+  return library_run::returns([&] { msg_cont("%s", text.c_str()); });
+}
+
+bool set_width(Input &input, Model &model) {
+  const int width = input.one_in(4) ? 0 : static_cast<int>(input.byte() % 100);
+  if (input.one_in(64)) {
+    model.fatal(false, "msg_set_width_limit: Width cannot be less than 0!");
+    return library_run::returns([&] { msg_set_width_limit(-1 - width); });
+  }
+  model.width = width;
+  return library_run::returns([&] { msg_set_width_limit(width); });
+}
+
+bool set_prefix(Input &input, Model &model) {
+  const auto slot = static_cast<Prefix>(input.byte() % std::size(kPrefixCalls));
+  const std::string text = input.prefix();
+  model.set_prefix(slot, text);
+  if (!library_run::returns([&] { kPrefixCalls[slot].set(text.c_str()); }))
+    return false;
+  judge("the prefix", kPrefixCalls[slot].get(), model.prefixes[slot]);
+  return true;
+}
+
+bool switch_solo(Input &input, Model &model) {
+  model.solo_output = input.byte() % 3 != 0;
+  return library_run::returns([&] { msg_set_solo_output(model.solo_output ? 1 : 0); });
+}
+
+constexpr bool (*kSteps[])(Input &input, Model &model) = {
+    write_message,   continue_message, call_shared,   call_choice,      set_width,   set_prefix,
+    print_otherwise, switch_solo,      write_message, continue_message, call_shared,
+};
+
+// ---- the environment ----
+
+struct Width {
+  const char *value;
+  long limit;
+};
+
+// What the variable makes of the initial limit of 78.
+constexpr Width kWidths[] = {{nullptr, 78},    {nullptr, 78}, {"", 78},
+                             {"abc", 78},      {"0", 0},      {"40", 78},
+                             {"100", 100},     {" 90x", 90},  {"-5", 0},
+                             {"32766", 32766}, {"32767", 0},  {"99999999999999999999", 0}};
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  static Model carried;
-  Input input{data, size};
-  Streams streams;
-  streams.open();
+extern "C" {
+
+char *__real_getenv(const char *name);
+char *__wrap_getenv(const char *name) {
+  if (!library_run::active)
+    return __real_getenv(name);
+  judge("the variable asked for", name, "ORV_MSGERR_WRAP");
+  return const_cast<char *>(environment);
+}
+
+[[noreturn]] void __real_exit(int status);
+[[noreturn]] void __wrap_exit(int status) {
+  if (!library_run::active)
+    __real_exit(status);
+  judge("the exit status", status, 1);
+  library_run::leave();
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  static const bool prepared = (prepare(), true);
+  static_cast<void>(prepared);
+  Input input{{.data = data, .left = size}};
   Model model;
-  start_afresh(model, carried);
-  while (input.left > 0) {
-    one_step(input, model);
+  const Width &width = kWidths[input.byte() % std::size(kWidths)];
+  environment = width.value;
+  model.width = width.limit;
+  start_afresh();
+  while (input.left > 0 && !model.ended) {
+    library_run::refuses_storage = input.one_in(32);
+    const bool returned = kSteps[input.byte() % std::size(kSteps)](input, model);
+    judge("whether the process ends", returned ? 0 : 1, model.ended ? 1 : 0);
   }
-  compare(streams, model);
-  streams.close();
-  for (std::string &text : model.out)
-    text.clear();
-  carried = model;
+  library_run::refuses_storage = false;
+  compare(model);
   return 0;
 }
+
+} // extern "C"
