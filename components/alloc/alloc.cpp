@@ -107,7 +107,9 @@ size_t padded_size(size_t n) {
 
 // What to ask of the system for it: a size that wraps around must be refused, not granted small.
 size_t request_size(size_t n) {
-  return padded_size(n) < n ? SIZE_MAX : padded_size(n);
+  if (padded_size(n) < n) [[unlikely]]
+    return SIZE_MAX;
+  return padded_size(n);
 }
 
 // Kept: behind a header of 8 bytes, the caller's bytes are aligned to 8 only.
@@ -148,7 +150,7 @@ ALWAYS_INLINE void *resize_tracked(void *block, size_t n, const char *method, au
   return resized;
 }
 
-void release_tracked(void *block) {
+[[gnu::noinline]] void release_tracked(void *block) {
   static constexpr alloc_site kSite = site_of("orv_free", kNoText, kNoText);
   const uint64_t length = free_debug_info(block, kSite);
   memset(block, kFillByte, length);
@@ -167,26 +169,20 @@ void *resize_plain(void *block, size_t n) {
 
 // The first allocation of a process without debugging settles that it stays so.
 bool is_debugging() {
-  if (state.stage == Stage::untouched)
-    state.stage = Stage::plain;
-  return state.stage == Stage::debugging;
+  if (state.stage == Stage::debugging) [[likely]]
+    return true;
+  state.stage = Stage::plain;
+  return false;
+}
+
+ALWAYS_INLINE void *obtain_either_way(size_t n, const char *method, auto third,
+                                      const char *fourth) {
+  return is_debugging() ? obtain_tracked(n, method, third, fourth) : obtain_plain(n);
 }
 
 [[gnu::noinline]] void *obtain_off_fast_path(size_t n, const char *method, auto third,
                                              const char *fourth) {
-  return is_debugging() ? obtain_tracked(n, method, third, fourth) : obtain_plain(n);
-}
-
-[[gnu::noinline]] void *resize_off_fast_path(void *block, size_t n, const char *method, auto third,
-                                             const char *fourth) {
-  return is_debugging() ? resize_tracked(block, n, method, third, fourth) : resize_plain(block, n);
-}
-
-[[gnu::noinline]] void release_off_fast_path(void *block) {
-  if (state.stage == Stage::debugging)
-    release_tracked(block);
-  else
-    free(block);
+  return obtain_either_way(n, method, third, fourth);
 }
 
 // The common steps up to the system's answer: null when it refused.
@@ -196,11 +192,24 @@ ALWAYS_INLINE void *obtain(size_t n, const char *method, auto third, const char 
   return obtain_plain(n);
 }
 
+// All of the most frequent call in one function, its arguments in the order of the public ones: so
+// debug mode saves and moves little on the way here.
+template <Refusal refusal>
+[[gnu::noinline]] void *allocate_off_fast_path(size_t size, auto third, const char *fourth,
+                                               const char *method) {
+  void *block = obtain_either_way(size, method, third, fourth);
+  if (block == nullptr) [[unlikely]]
+    return refused<refusal>(size, method, third, fourth);
+  return block;
+}
+
 template <Refusal refusal = Refusal::reported>
 ALWAYS_INLINE void *allocate(size_t size, const char *method, auto third, const char *fourth) {
   if (size == 0)
     return nullptr;
-  void *block = obtain(size, method, third, fourth);
+  if (state.stage != Stage::plain) [[unlikely]]
+    return allocate_off_fast_path<refusal>(size, third, fourth, method);
+  void *block = obtain_plain(size);
   if (block == nullptr) [[unlikely]]
     return refused<refusal>(size, method, third, fourth);
   return block;
@@ -255,6 +264,11 @@ char *join(const char *text1, const char *text2, const char *method, auto third,
   memcpy(joined, text1, length1);
   memcpy(joined + length1, text2, n - length1);
   return joined;
+}
+
+[[gnu::noinline]] void *resize_off_fast_path(void *block, size_t n, const char *method, auto third,
+                                             const char *fourth) {
+  return is_debugging() ? resize_tracked(block, n, method, third, fourth) : resize_plain(block, n);
 }
 
 template <Refusal refusal = Refusal::reported>
@@ -339,8 +353,8 @@ void orv_free(void *block) {
   if (block == nullptr)
     return;
   test_pointer(block, "orv_free");
-  if (state.stage != Stage::plain) [[unlikely]]
-    return release_off_fast_path(block);
+  if (state.stage == Stage::debugging) [[unlikely]]
+    return release_tracked(block);
   free(block);
 }
 

@@ -11,18 +11,23 @@
 namespace orv::alloc {
 namespace {
 
-// The index in a header and the header word as one value, compared in one step.
-uint64_t packed(BlockHeader header) {
+// A header as one value, compared in one step.
+uint64_t packed(const void *header) {
   uint64_t value;
-  memcpy(&value, &header, sizeof value);
+  memcpy(&value, header, sizeof value);
   return value;
+}
+
+bool has_header(const void *pointer, BlockHeader expected) {
+  return packed(static_cast<const char *>(pointer) - sizeof expected) == packed(&expected);
 }
 
 // The full check of a live record's own pointer. Nearly always the block's header names this very
 // record, which answers all of the check but the trailer at once.
 bool is_sound_record(const debug_info &record, int32_t index) {
-  if (is_aligned(record.ptr) && packed(header_of(record.ptr)) == packed({index, kAllocatedMagic}))
-      [[likely]]
+  if (!is_aligned(record.ptr))
+    return false;
+  if (has_header(record.ptr, {index, kAllocatedMagic})) [[likely]]
     return has_trailer(record.ptr, record.length);
   return find_sound_record(record.ptr) != nullptr;
 }
@@ -46,59 +51,29 @@ void prefetch_block(const debug_info &record) {
 }
 // NOLINTEND(performance-no-int-to-ptr)
 
-// Warns of every damaged live block; true when there was none.
-[[gnu::noinline]] bool verify_heap() {
-  bool all_sound = true;
-  const uint64_t prefetch_end = state.capacity >= kRecordsWorthPrefetching ? state.capacity : 0;
-  for (uint64_t i = 0; i < state.capacity; i++) {
+// The index of the first damaged live block from there on; the capacity when there is none.
+uint64_t find_damaged(uint64_t from) {
+  const debug_info *records = state.records;
+  const uint64_t capacity = state.capacity;
+  const uint64_t prefetch_end = capacity >= kRecordsWorthPrefetching ? capacity : 0;
+  for (uint64_t i = from; i < capacity; i++) {
     if (i + kRecordsAhead < prefetch_end)
-      prefetch_block(state.records[i + kRecordsAhead]);
-    const debug_info &record = state.records[i];
-    if (is_live(record) && !is_sound_record(record, static_cast<int32_t>(i))) [[unlikely]] {
-      warn_of_damage(record);
-      all_sound = false;
-    }
+      prefetch_block(records[i + kRecordsAhead]);
+    if (is_live(records[i]) && !is_sound_record(records[i], static_cast<int32_t>(i))) [[unlikely]]
+      return i;
+  }
+  return capacity;
+}
+
+// Warns of every damaged live block; true when there was none. The table may grow at a warning,
+// which goes out through streams of the program's.
+bool verify_heap() {
+  bool all_sound = true;
+  for (uint64_t i = find_damaged(0); i < state.capacity; i = find_damaged(i + 1)) {
+    warn_of_damage(state.records[i]);
+    all_sound = false;
   }
   return all_sound;
-}
-
-[[gnu::cold, noreturn]] void reject_pointer(const void *pointer, const alloc_site &site) {
-  const char *sentence = compose_site_sentence(site);
-  const char *description = describe_ptr(pointer, nullptr, Wording::after_release);
-  msg_fatal("%s: %s %s", site.method, description, sentence);
-}
-
-// A negative threshold, taken as unsigned, lies beyond any length.
-bool is_to_be_announced(uint64_t length) {
-  return length >= static_cast<uint64_t>(int64_t{state.free_report_threshold});
-}
-
-[[gnu::cold, gnu::noinline]] void announce_release(const void *pointer, uint64_t length,
-                                                   const alloc_site &site) {
-  msg_warn("(%s): Freeing a pointer (0x%0*lX) which pointed to %lu bytes of data.  %s", site.method,
-           16, reinterpret_cast<unsigned long>(pointer), length, compose_site_sentence(site));
-}
-
-// Looks the record up afresh, for a warning has gone out through streams of the program's.
-[[gnu::cold, gnu::noinline]] debug_info *find_record_to_release(const void *pointer) {
-  const int32_t index = header_of(pointer).index;
-  if (!names_a_record(index))
-    msg_fatal("Orv MALLOC library internal error: free_debug_info index out of range (index = "
-              "%ld, limit = %ld).",
-              static_cast<long>(index), static_cast<long>(state.capacity));
-  if (!is_live(state.records[index]))
-    msg_fatal("Orv MALLOC library internal error: free_debug_info index pointed to a free debug "
-              "info structure (index = %ld)",
-              static_cast<long>(index));
-  return &state.records[index];
-}
-
-// Puts the record on the free list, to be used next, and marks its block as released.
-void release_record(void *pointer, debug_info &record) {
-  const int32_t index = header_of(pointer).index;
-  record.status = state.free_head;
-  state.free_head = index;
-  set_header(pointer, {index, kFreedMagic});
 }
 
 } // namespace
@@ -108,20 +83,28 @@ void end_unless_heap_is_sound(const alloc_site &site) {
     msg_fatal("%s: The heap was corrupted. %s", site.method, compose_site_sentence(site));
 }
 
-uint64_t free_debug_info(void *pointer, const alloc_site &site) {
-  debug_info *record = find_sound_record(pointer);
-  if (record == nullptr) [[unlikely]]
-    reject_pointer(pointer, site);
-  if (state.mode == ORV_MALLOC_VERIFY_HEAP) [[unlikely]]
-    end_unless_heap_is_sound(site);
-  const uint64_t length = record->length;
-  state.live_bytes -= static_cast<uint32_t>(length);
-  if (is_to_be_announced(length)) [[unlikely]] {
-    announce_release(pointer, length, site);
-    record = find_record_to_release(pointer);
-  }
-  release_record(pointer, *record);
-  return length;
+[[gnu::cold]] void reject_pointer(const void *pointer, const alloc_site &site) {
+  const char *sentence = compose_site_sentence(site);
+  const char *description = describe_ptr(pointer, nullptr, Wording::after_release);
+  msg_fatal("%s: %s %s", site.method, description, sentence);
+}
+
+[[gnu::cold]] void announce_release(const void *pointer, uint64_t length, const alloc_site &site) {
+  msg_warn("(%s): Freeing a pointer (0x%0*lX) which pointed to %lu bytes of data.  %s", site.method,
+           16, reinterpret_cast<unsigned long>(pointer), length, compose_site_sentence(site));
+}
+
+[[gnu::cold]] debug_info *find_record_to_release(const void *pointer) {
+  const int32_t index = header_index(pointer);
+  if (!names_a_record(index))
+    msg_fatal("Orv MALLOC library internal error: free_debug_info index out of range (index = "
+              "%ld, limit = %ld).",
+              static_cast<long>(index), static_cast<long>(state.capacity));
+  if (!is_live(state.records[index]))
+    msg_fatal("Orv MALLOC library internal error: free_debug_info index pointed to a free debug "
+              "info structure (index = %ld)",
+              static_cast<long>(index));
+  return &state.records[index];
 }
 
 } // namespace orv::alloc

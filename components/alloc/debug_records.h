@@ -61,14 +61,30 @@ constexpr int32_t kLiveLocated = -2;
   return static_cast<char *>(pointer) - sizeof(BlockHeader);
 }
 
-[[nodiscard]] inline BlockHeader header_of(const void *pointer) {
-  BlockHeader header;
-  memcpy(&header, static_cast<const char *>(pointer) - sizeof header, sizeof header);
-  return header;
+// The two halves of a header are read and written apart: a processor is slow to answer a load from
+// two stores that went before it.
+[[nodiscard]] inline int32_t header_index(const void *pointer) {
+  int32_t index;
+  memcpy(&index, static_cast<const char *>(pointer) - sizeof(BlockHeader), sizeof index);
+  return index;
 }
 
-inline void set_header(void *pointer, BlockHeader header) {
-  memcpy(system_address(pointer), &header, sizeof header);
+[[nodiscard]] inline uint32_t header_word(const void *pointer) {
+  uint32_t word;
+  memcpy(&word, static_cast<const char *>(pointer) - sizeof word, sizeof word);
+  return word;
+}
+
+[[nodiscard]] inline BlockHeader header_of(const void *pointer) {
+  return {.index = header_index(pointer), .word = header_word(pointer)};
+}
+
+inline void set_header_index(void *pointer, int32_t index) {
+  memcpy(static_cast<char *>(pointer) - sizeof(BlockHeader), &index, sizeof index);
+}
+
+inline void set_header_word(void *pointer, uint32_t word) {
+  memcpy(static_cast<char *>(pointer) - sizeof word, &word, sizeof word);
 }
 
 [[nodiscard]] inline size_t trailer_offset(uint64_t length) {
@@ -95,16 +111,20 @@ inline void set_trailer(void *pointer, uint64_t length) {
   return static_cast<uint32_t>(index) < state.capacity;
 }
 
-// The full check: the record of a live block whose header, record and trailer agree, else null.
-// Each part is trusted only after the one before it; in particular an index that equals the
-// capacity names no record.
+[[nodiscard]] inline debug_info &record_at(int32_t index) {
+  return state.records[static_cast<uint32_t>(index)];
+}
+
+// The full check of an aligned pointer: the record of a live block whose header, record and trailer
+// agree, else null. Each part is trusted only after the one before it; in particular an index that
+// equals the capacity names no record.
 [[nodiscard]] inline debug_info *find_sound_record(const void *pointer) {
-  if (!is_aligned(pointer))
+  if (header_word(pointer) != kAllocatedMagic)
     return nullptr;
-  const BlockHeader header = header_of(pointer);
-  if (header.word != kAllocatedMagic || !names_a_record(header.index))
+  const int32_t index = header_index(pointer);
+  if (!names_a_record(index))
     return nullptr;
-  debug_info &record = state.records[header.index];
+  debug_info &record = record_at(index);
   const bool sound =
       record.ptr == pointer && is_live(record) && has_trailer(pointer, record.length);
   return sound ? &record : nullptr;
@@ -123,7 +143,7 @@ inline void record_debug_info(void *pointer, size_t length, const alloc_site &si
   if (state.free_head == kEndOfFreeList) [[unlikely]]
     grow_table();
   const int32_t index = state.free_head;
-  debug_info &record = state.records[index];
+  debug_info &record = record_at(index);
   state.free_head = record.status;
   record = {.ptr = pointer,
             .length = length,
@@ -134,7 +154,8 @@ inline void record_debug_info(void *pointer, size_t length, const alloc_site &si
             .kind = site.kind};
   state.live_bytes += static_cast<uint32_t>(length);
   set_trailer(pointer, length);
-  set_header(pointer, {index, kAllocatedMagic});
+  set_header_index(pointer, index);
+  set_header_word(pointer, kAllocatedMagic);
 }
 
 } // namespace orv::alloc

@@ -201,7 +201,7 @@ Totals walk_live_records(bool verbose) {
     const debug_info &record = state.records[i];
     if (!is_live(record))
       continue;
-    const bool sound = find_sound_record(record.ptr) != nullptr;
+    const bool sound = is_aligned(record.ptr) && find_sound_record(record.ptr) != nullptr;
     if (verbose && totals.pointers == 0)
       print_heading();
     if (verbose)
