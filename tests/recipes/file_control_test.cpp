@@ -13,6 +13,7 @@
 namespace {
 
 bool no_tool_can_be_executed = false;
+bool counts_in_fragments = false; // a file system with 10 fragments of 4096 bytes left
 
 } // namespace
 
@@ -24,6 +25,17 @@ int __wrap_execvp(const char *program, char *const *argv) {
     return __real_execvp(program, argv);
   errno = ENOENT;
   return -1;
+}
+
+int __real_statvfs(const char *path, struct statvfs *status);
+int __wrap_statvfs(const char *path, struct statvfs *status) {
+  if (!counts_in_fragments)
+    return __real_statvfs(path, status);
+  *status = {};
+  status->f_bsize = 1'048'576;
+  status->f_frsize = 4096;
+  status->f_bavail = 10;
+  return 0;
 }
 
 } // extern "C"
@@ -91,11 +103,11 @@ TEST_F(FileRecipes, ask_whether_a_directory_can_be_entered_before_resolving_in_i
 }
 
 TEST_F(FileRecipes, ask_the_system_for_free_space_in_fragments) {
+  counts_in_fragments = true;
   struct statvfs status;
   ASSERT_EQ(statvfs(folder.c_str(), &status), 0);
-  EXPECT_GT(status.f_frsize, 0UL);
-  const uint64_t all = static_cast<uint64_t>(status.f_blocks) * status.f_frsize;
-  EXPECT_LE(static_cast<uint64_t>(status.f_bavail) * status.f_frsize, all);
+  EXPECT_EQ(status.f_bavail * status.f_frsize, 40'960U);
+  EXPECT_EQ(platform_free_space(folder.c_str()), 10'485'760U) << "which is why";
 }
 
 TEST_F(FileRecipes, unlink_a_dangling_link) {
@@ -133,8 +145,10 @@ TEST_F(FileRecipes, clear_the_record_of_a_listing_before_it_is_used_again) {
   platform_file_list_t list;
   ASSERT_EQ(platform_list_dir((folder + "/").c_str(), "*.c", &list), 1);
   platform_free_dir_list(&list);
+  EXPECT_EQ(list.count, 1U) << "the paths are gone, the count is not";
   list = {};
   EXPECT_EQ(list.count, 0U);
+  EXPECT_EQ(list.paths, nullptr);
 }
 
 TEST_F(FileRecipes, remove_trees_with_links_by_the_tool) {
