@@ -3,10 +3,40 @@
 #include "support/system.h"
 
 #include <cerrno>
+#include <dirent.h>
 #include <orv/platform.h>
 #include <string>
+#include <sys/stat.h>
 
 using files::asked_as_nobody;
+
+namespace {
+
+long statuses_asked;
+enum class Reading { tells_types, tells_no_types, fails } reading = Reading::tells_types;
+
+} // namespace
+
+extern "C" {
+int __real_stat(const char *path, struct stat *status);
+dirent *__real_readdir(DIR *directory);
+
+int __wrap_stat(const char *path, struct stat *status) {
+  statuses_asked++;
+  return __real_stat(path, status);
+}
+
+dirent *__wrap_readdir(DIR *directory) {
+  if (reading == Reading::fails) {
+    errno = EIO;
+    return nullptr;
+  }
+  dirent *const entry = __real_readdir(directory);
+  if (entry != nullptr && reading == Reading::tells_no_types)
+    entry->d_type = DT_UNKNOWN;
+  return entry;
+}
+}
 
 namespace {
 
@@ -189,6 +219,35 @@ TEST_F(RemovedTree, passes_over_a_dangling_link_and_is_kept_by_it) {
   EXPECT_TRUE(has("tree/dangling"));
 }
 
+TEST_F(RemovedTree, passes_over_a_dangling_link_where_types_cannot_be_read) {
+  expect_blocks_left(2 * kLeftForADirectory);
+  make_folder("tree");
+  make_link("missing", "tree/dangling");
+  for (const Reading answer : {Reading::tells_no_types, Reading::fails}) {
+    reading = answer;
+    EXPECT_EQ(remove("tree"), 0);
+    EXPECT_TRUE(has("tree/dangling"));
+  }
+}
+
+TEST_F(RemovedTree, asks_for_the_status_of_files_only_where_there_may_be_a_link) {
+  expect_blocks_left(2 * kLeftForADirectory);
+  make_folder("linkless");
+  make_folder("linked");
+  make_file("file");
+  make_link("../file", "linked/link");
+  for (const char *name : {"a", "b", "c", ".d"}) {
+    make_file(std::string("linkless/") + name);
+    make_file(std::string("linked/") + name);
+  }
+  statuses_asked = 0;
+  EXPECT_EQ(remove("linkless"), 1);
+  EXPECT_EQ(statuses_asked, 1); // whether it is a directory
+  statuses_asked = 0;
+  EXPECT_EQ(remove("linked"), 1);
+  EXPECT_EQ(statuses_asked, 6);
+}
+
 TEST_F(RemovedTree, is_kept_by_a_link_whose_file_it_has_just_lost) {
   expect_blocks_left(kLeftForADirectory);
   make_folder("tree");
@@ -219,6 +278,15 @@ TEST_F(RemovedTree, is_listed_with_the_wildcards_in_its_name) {
   EXPECT_TRUE(has("tree[12]/kept"));
   EXPECT_TRUE(has("tree1"));
   EXPECT_FALSE(has("tree1/lost"));
+}
+
+TEST_F(RemovedTree, with_wildcards_in_its_name_passes_over_the_dangling_links_that_these_find) {
+  expect_blocks_left(kLeftForADirectory);
+  make_folder("tree[12]");
+  make_folder("tree1");
+  make_link("missing", "tree1/dangling");
+  EXPECT_EQ(remove("tree[12]"), 1); // empty itself
+  EXPECT_TRUE(has("tree1/dangling"));
 }
 
 TEST_F(RemovedTree, may_be_deep) {
