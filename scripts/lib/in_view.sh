@@ -9,16 +9,16 @@ mount -t tmpfs none "$view" || exit 77
 mkdir "$view/upper" "$view/work" "$view/root"
 mount -t overlay none -o "lowerdir=/,upperdir=$view/upper,workdir=$view/work" "$view/root" || exit 77
 mount --bind /proc "$view/root/proc"
-mount --bind /dev "$view/root/dev"
+mount --rbind /dev "$view/root/dev"
 cp -r "$1/orv" "$view/root/orv"
 cp "$(dirname "$0")/try_packages.sh" "$view/root/orv/"
 mount -t tmpfs none "$view/root/tmp"
 chroot "$view/root" bash /orv/try_packages.sh
 rm -r "$view/root/orv"
 
-# What may stay are the records of the package manager and of the loader.
-left=$(find "$view/upper" ! -type d ! -path '*/var/lib/dpkg/*' ! -path '*/var/log/*' \
-  ! -path '*/etc/ld.so.cache' ! -path '*/var/cache/*' -o -name '*orv*')
+# What may stay are the records of the package managers and of the loader.
+left=$(find "$view/upper" ! -type d ! -path '*/var/lib/dpkg/*' ! -path '*/var/lib/apt/*' \
+  ! -path '*/var/log/*' ! -path '*/var/cache/*' ! -path '*/etc/ld.so.cache' -o -name '*orv*')
 [ -z "$left" ] || {
   printf 'left behind: %s\n' "$left"
   exit 1

@@ -1,4 +1,4 @@
-# Installs the packages below /orv/packages into the system that it sees, uses them as a stranger
+# Installs the packages below /orv into the system that it sees, uses them as a stranger
 # would, and removes them. For in_view.sh alone.
 # shellcheck shell=bash
 set -euo pipefail
@@ -19,8 +19,12 @@ loads() {
   ldd "$1" | sed -n 's/.*liborv\.so\.1 => \([^ ]*\) .*/\1/p'
 }
 
-cd /orv/packages
-dpkg --install ./*.deb >/tmp/log 2>&1 || fail "not installed: $(cat /tmp/log)"
+cd /orv
+# As the README says; what comes before was done outside.
+installs=$(sed -n '/^### Debian packages/,/^## /s/^apt install/apt-get --yes install/p' README.md)
+[ -n "$installs" ] || fail "the README does not say how the packages are installed"
+bash -c "$installs" >/tmp/log 2>&1 || fail "not installed: $(cat /tmp/log)"
+dpkg --install build/packages/liborv1-dbgsym_*.deb >/tmp/log 2>&1 || fail "not installed: $(cat /tmp/log)"
 dpkg --verify liborv1 liborv1-dbgsym liborv-dev
 
 cd /tmp

@@ -59,3 +59,24 @@ compile_with_pkg_config() {
 expect_greeting() {
   expect_equal "output of $1" "$expected_output" "$(LD_LIBRARY_PATH=$2 "$1")"
 }
+
+# readme_block LANGUAGE [HEADING]: the first block in that language that the README shows, below the
+# heading and above the next where one is named.
+readme_block() {
+  awk -v language="$1" -v heading="${2-}" '
+    BEGIN { below = heading == "" }
+    inside && /^```/ { exit }
+    inside { print; next }
+    below && heading != "" && /^#/ { exit }
+    $0 == heading { below = 1 }
+    below && $0 == "```" language { inside = 1 }' "$ORV_SOURCE/README.md"
+}
+
+# readme_output c|cpp: what the README shows as the output of its first program in that language.
+readme_output() {
+  awk -v language="$1" '
+    inside && /^```/ { exit }
+    inside { print; next }
+    $0 == "```" language { found = 1 }
+    found && $0 == "```text" { inside = 1 }' "$ORV_SOURCE/README.md"
+}
