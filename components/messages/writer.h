@@ -38,9 +38,15 @@ void release_text(const Text &text);
 // writer_streams.cpp
 
 // All drop a stream that fails, with a warning, and go on with the next index.
-void write_to_streams(const Message &message, std::string_view piece);
+void write_piece_to_streams(const Message &message, std::string_view piece);
 void write_newline_to_streams(const Message &message);
 void flush_streams(const Message &message);
+
+// Heads are often empty.
+inline void write_to_streams(const Message &message, std::string_view piece) {
+  if (!piece.empty())
+    write_piece_to_streams(message, piece);
+}
 
 // writer_wrap.cpp
 

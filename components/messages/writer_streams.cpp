@@ -35,9 +35,7 @@ void on_every_stream(const Message &message, const char *operation, Write succee
 
 } // namespace
 
-void write_to_streams(const Message &message, std::string_view piece) {
-  if (piece.empty())
-    return;
+void write_piece_to_streams(const Message &message, std::string_view piece) {
   on_every_stream(message, "output", [piece](FILE *stream) {
     return fwrite(piece.data(), 1, piece.size(), stream) == piece.size();
   });
