@@ -124,7 +124,8 @@ FILE_COUNTS = (100, 1_000, 10_000, 100_000)
 
 CURVES = (
     Curve("framing", "One message received over a socket pair", "bytes of the message",
-          tuple(KILOBYTE << shift for shift in range(0, 15, 2)), long_message),
+          tuple(KILOBYTE << shift for shift in range(0, 15, 2)), long_message,
+          logarithmic_cost=True),
     Curve("listing", "A folder listed", "files", FILE_COUNTS, listing),
     Curve("removing", "A tree removed without tools", "files", FILE_COUNTS, removing),
 )
