@@ -55,16 +55,27 @@ bool send_long_line(int sock, const char *text, size_t length) {
   return send_whole(sock, line, length + sizeof kLineEnd);
 }
 
+void gather(Outgoing &out, const char *text, size_t length) {
+  out.used = static_cast<size_t>(write_line(out.bytes + out.used, text, length) - out.bytes);
+}
+
 // A line that does not fit beside what has been gathered sends that first, so the order holds.
+[[gnu::cold]] bool put_line_after_sending(Outgoing &out, const char *text, size_t length) {
+  if (!send_gathered(out))
+    return false;
+  if (length > kLongestGatheredLine)
+    return send_long_line(out.sock, text, length);
+  gather(out, text, length);
+  return true;
+}
+
 bool put_line(Outgoing &out, const char *text) {
   if (text == nullptr)
     text = "";
   const size_t length = strlen(text);
-  if (length > kLongestGatheredLine)
-    return send_gathered(out) && send_long_line(out.sock, text, length);
-  if (out.used + length > kLongestGatheredLine && !send_gathered(out))
-    return false;
-  out.used = static_cast<size_t>(write_line(out.bytes + out.used, text, length) - out.bytes);
+  if (out.used + length > kLongestGatheredLine)
+    return put_line_after_sending(out, text, length);
+  gather(out, text, length);
   return true;
 }
 
