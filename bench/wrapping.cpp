@@ -87,6 +87,16 @@ void wrap_with_floor(const bench::Job &job) {
     floor_print(message);
 }
 
+// With the text formatted into a block of its own first, as a message's is.
+void wrap_copy_with_floor(const bench::Job &job) {
+  const size_t size = strlen(message) + 1;
+  for (long i = 0; i < job.count; i++) {
+    auto *copy = static_cast<char *>(malloc(size));
+    floor_print(static_cast<char *>(memcpy(copy, message, size)));
+    free(copy);
+  }
+}
+
 void prepare_orv(const bench::Job &job) {
   prepare_text(job);
   msg_clear_streams(MSG_INFO);
@@ -102,6 +112,7 @@ constexpr bench::Contender kContenders[] = {
     {"fold", prepare_tool, wrap_with_fold},
     {"fmt", prepare_tool, wrap_with_fmt},
     {"floor", prepare_floor, wrap_with_floor},
+    {"floor-copied", prepare_floor, wrap_copy_with_floor},
     {"orv", prepare_orv, wrap_with_orv},
 };
 
