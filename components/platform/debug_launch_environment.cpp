@@ -64,7 +64,7 @@ const char *platform_distribution(void) {
   const int length = snprintf(path, sizeof path, "%s/dist/DISTRIBUTION", top);
   if (length < 0 || static_cast<size_t>(length) >= sizeof path)
     return nullptr;
-  orv::StreamGuard file(fopen(path, "r"));
+  orv::StreamGuard file(fopen(path, "re"));
   if (file.get() == nullptr)
     return nullptr;
   // Kept: the stream stays open, and the area is returned as it stands even when the file holds no

@@ -255,6 +255,17 @@ WRAP(int, fflush, (FILE * stream), (stream))
 WRAP(ssize_t, read, (int fd, void *buffer, size_t length), (fd, buffer, length))
 WRAP(int, vsnprintf, (char *buffer, size_t size, const char *format, va_list args),
      (buffer, size, format, args))
+// What a build with checks of the C library calls instead.
+int __real___vsnprintf_chk(char *buffer, size_t size, int flag, size_t room, const char *format,
+                           va_list args);
+int __wrap___vsnprintf_chk(char *buffer, size_t size, int flag, size_t room, const char *format,
+                           va_list args) {
+  static support::Call &call = call_named("vsnprintf");
+  if (refused(call))
+    return -1;
+  return __real___vsnprintf_chk(buffer, size, flag, room, format, args);
+}
+
 WRAP(int, poll, (pollfd * fds, nfds_t count, int limit), (fds, count, limit))
 WRAP(int, close, (int fd), (fd))
 WRAP(int, putenv, (char *assignment), (assignment))

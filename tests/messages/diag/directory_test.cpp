@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 
 namespace {
 
@@ -132,6 +133,11 @@ TEST_F(ProcessLog, is_the_only_destination_afterwards) {
   ASSERT_EQ(destinations().count, 1);
   EXPECT_NE(destinations().streams[0], stdout);
   EXPECT_NE(destinations().streams[0], stderr);
+}
+
+TEST_F(ProcessLog, is_closed_in_a_program_that_takes_over) {
+  diag_set_dir(folder.c_str());
+  EXPECT_EQ(fcntl(fileno(destinations().streams[0]), F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(ProcessLog, leaves_an_earlier_log_open) {

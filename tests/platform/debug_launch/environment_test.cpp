@@ -2,6 +2,8 @@
 #include "launch_support.h"
 
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 using testing::StrEq;
 
@@ -175,6 +177,16 @@ TEST_F(Distribution, is_what_was_found_before_when_the_file_is_empty) {
   write_file("");
   EXPECT_THAT(platform_distribution(), StrEq("before"));
   expect_descriptors_left(2);
+}
+
+TEST_F(Distribution, leaves_its_file_to_no_program_that_takes_over) {
+  setenv("ORV_DIST", folder.path.c_str(), 1);
+  write_file("found");
+  const int next = dup(STDIN_FILENO);
+  close(next);
+  EXPECT_THAT(platform_distribution(), StrEq("found"));
+  EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
+  expect_descriptors_left(1);
 }
 
 TEST_F(Distribution, is_cut_after_127_bytes) {

@@ -93,10 +93,11 @@ ORV_API const char *diag_get_dir(void);
  *
  * All streams of MSG_DIAG are forgotten first, those that the program added itself included, and
  * whether or not a log can be opened; files that the library opened stay open until the process
- * ends. Then, if the directory exists and may be written to, the file "orv<process id><login
- * name>.log" in it is created or emptied, and becomes the only stream of MSG_DIAG. Where the system
- * knows no login name the name is "orv<process id>.log"; once known, the name is kept for the life
- * of the process. Nothing is reported when no log can be opened: tracing is then off.
+ * ends, and are closed in a program that it becomes or starts. Then, if the directory exists and
+ * may be written to, the file "orv<process id><login name>.log" in it is created or emptied, and
+ * becomes the only stream of MSG_DIAG. Where the system knows no login name the name is
+ * "orv<process id>.log"; once known, the name is kept for the life of the process. Nothing is
+ * reported when no log can be opened: tracing is then off.
  *
  * @param dir  the directory, copied. Null or empty: forget what is stored and store what
  *             diag_get_dir() then gives. The result of diag_get_dir() may be passed.
@@ -121,8 +122,9 @@ ORV_API const char *diag_set_dir(const char *dir);
  * The stamped log is "orv<YYMMDDhhmmss><suffix>.log" in local time, created or emptied. The month
  * in the stamp counts from 0: 15 March 2026, 09:04:05 gives 260215090405. The call pauses for one
  * second before it opens the file. The destination joins the streams of MSG_DIAG and stays open
- * until the process ends. A path of more than 4095 bytes is refused, without the pause; nothing is
- * reported when no log can be opened.
+ * until the process ends; a file is closed in a program that the process becomes or starts. A path
+ * of more than 4095 bytes is refused, without the pause; nothing is reported when no log can be
+ * opened.
  *
  * @param suffix  what follows the stamp in the name, usually the program's name; null for nothing.
  */

@@ -1783,7 +1783,8 @@ ORV_API char *platform_getenv(const char *name) ORV_NOT_NULL(1, name);
  * Reads the name of the distribution: the first word of the file `dist/DISTRIBUTION` in the
  * directory that `ORV_DIST` names, cut after 127 bytes.
  *
- * Each call that finds the file **leaves it open**: ask once and keep a copy. A file without a word
+ * Each call that finds the file **leaves it open** (not for programs that the process becomes or
+ * starts): ask once and keep a copy. A file without a word
  * gives what an earlier call found, or the empty string.
  *
  * @return a static area that the next call overwrites; null, without a report, when `ORV_DIST` is
