@@ -16,7 +16,8 @@ namespace {
 constexpr const char *kFormatter = "orv_vprintf_strdup";
 constexpr int64_t kFirstCapacity = 16;
 
-int format_once(char *buffer, int64_t capacity, const char *format, va_list args) {
+[[gnu::format(printf, 3, 0)]] int format_once(char *buffer, int64_t capacity, const char *format,
+                                              va_list args) {
   va_list copy;
   va_copy(copy, args);
   const int length = vsnprintf(buffer, static_cast<size_t>(capacity), format, copy);

@@ -68,8 +68,8 @@ bool is_whole_path(int length) {
   return length >= 0 && static_cast<size_t>(length) < kPathBytes;
 }
 
-// Adds the log at `path` to the trace, where it stays open until the process ends or becomes another
-// program. One that finds no place in the list is closed again.
+// Adds the log at `path` to the trace, where it stays open until the process ends or becomes
+// another program. One that finds no place in the list is closed again.
 void trace_to_file(const char *path) {
   StreamGuard log(fopen(path, "we"));
   if (log.get() == nullptr)

@@ -31,7 +31,7 @@ void write_trace(FILE *stream, const char *text, bool has_percent) {
 }
 
 // Expands the text, cut where it does not fit; a cut text still ends its line.
-bool expand_trace(char *text, const char *format, va_list args) {
+[[gnu::format(printf, 2, 0)]] bool expand_trace(char *text, const char *format, va_list args) {
   const int length = format_text(text, kTraceBytes, format, args);
   if (length >= static_cast<int>(kTraceBytes))
     text[kTraceBytes - 2] = '\n';
@@ -52,7 +52,7 @@ void write_to_streams(const msg_stream_desc &desc, const char *text) {
 } // namespace
 
 // What diag_printf does once there is a stream.
-__attribute__((used)) void trace(const char *format, ...) {
+__attribute__((used, format(printf, 1, 2))) void trace(const char *format, ...) {
   ErrnoGuard keep;
   char text[kTraceBytes];
   va_list args;

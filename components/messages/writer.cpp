@@ -48,7 +48,8 @@ static_assert(kWidestIndentation == 49);
 }
 
 // A leading "$" is reserved; two of them stand for one.
-[[nodiscard]] const char *apply_dollar_rule(const Message &message, const char *format) {
+[[nodiscard, gnu::format_arg(2)]] const char *apply_dollar_rule(const Message &message,
+                                                                const char *format) {
   if (format == nullptr)
     return "";
   if (format[0] != '$')

@@ -32,7 +32,7 @@ struct Text {
 
 // Expands the format. Never fails: there is always something to write. Keeps errno, which must
 // still stand as the caller of the message had it, for %m.
-[[nodiscard]] Text expand_text(const char *format, va_list args);
+[[nodiscard, gnu::format(printf, 1, 0)]] Text expand_text(const char *format, va_list args);
 void release_text(const Text &text);
 
 // writer_streams.cpp

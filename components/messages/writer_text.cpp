@@ -33,7 +33,8 @@ constexpr size_t kFirstSize = 10000;
   return static_cast<char *>(malloc(size));
 }
 
-int format_into(char *buffer, size_t size, const char *format, va_list args, int error_number) {
+[[gnu::format(printf, 3, 0)]] int format_into(char *buffer, size_t size, const char *format,
+                                              va_list args, int error_number) {
   va_list copy;
   va_copy(copy, args);
   errno = error_number; // what %m tells
@@ -48,7 +49,8 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
 
 // Why the expansion that just failed did so, 0 for no reason. Where errno still is what it was set
 // to for %m, the formatter may have named that very error or none: a run from 0 tells.
-[[nodiscard]] int reason_of_failure(const char *format, va_list args, int entry_errno) {
+[[nodiscard, gnu::format(printf, 1, 0)]] int reason_of_failure(const char *format, va_list args,
+                                                               int entry_errno) {
   if (errno == entry_errno && entry_errno != 0)
     static_cast<void>(format_into(nullptr, 0, format, args, 0));
   return errno;
@@ -78,7 +80,8 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
 }
 
 // A refusal of storage is told even so: what fits the area is written.
-[[nodiscard]] Text expand_without_heap(const char *format, va_list args, int entry_errno) {
+[[nodiscard, gnu::format(printf, 1, 0)]] Text expand_without_heap(const char *format, va_list args,
+                                                                  int entry_errno) {
   const size_t size = free_area_size();
   if (size == 0)
     return the_format_itself(format);
@@ -88,7 +91,7 @@ int format_into(char *buffer, size_t size, const char *format, va_list args, int
   return hold_text(free_area(), nullptr, std::min(static_cast<size_t>(length), size - 1));
 }
 
-[[nodiscard]] Text expand(const char *format, va_list args) {
+[[nodiscard, gnu::format(printf, 1, 0)]] Text expand(const char *format, va_list args) {
   const ErrnoGuard entry;
   size_t size = kFirstSize;
   for (;;) {
