@@ -115,11 +115,14 @@ void prefetch(const FloorRecord &record) {
   __builtin_prefetch(reinterpret_cast<const void *>(address + record.length));
 }
 
-// The whole check of each live block, with its words fetched in advance.
+// The whole check of each live block, with its words fetched in advance where the caches do not
+// hold them all.
 [[gnu::noinline]] bool blocks_are_sound(std::span<const FloorRecord> records) {
   constexpr size_t kAhead = 12;
+  constexpr size_t kTooManyForCaches = 4096;
+  const size_t prefetch_end = records.size() < kTooManyForCaches ? 0 : records.size();
   for (size_t i = 0; i < records.size(); i++) {
-    if (i + kAhead < records.size())
+    if (i + kAhead < prefetch_end)
       prefetch(records[i + kAhead]);
     if (records[i].status == kFloorLive && !is_sound(records[i], i)) [[unlikely]]
       return false;

@@ -34,9 +34,10 @@ def debug_pairs(title, live, goal, instruction_goal):
 DEBUG_PAIRS = Row(2, "the same in debug mode 1", "malloc, free", (
     debug_pairs("freed at once", 0, 2.15, None),
     debug_pairs("256 live", 256, 2.8, 170),
-), remark="The floor only fills each block twice and keeps its header, its record and its trailer. "
-   "Where it is above the goal, that work alone is more than the goal allows. Beyond it the library "
-   "tests for the other debug mode, for sizes that wrap around and for the announcement of releases.")
+), remark="The floor only fills each block twice and keeps its header, its record and its "
+   "trailer. Where it is above the goal, that work alone is more than the goal allows. Beyond it "
+   "the library tests for the other debug mode, for sizes that wrap around and for the "
+   "announcement of releases.")
 
 
 
@@ -120,9 +121,9 @@ WRAPPING = Row(7, "text wrapped at 78 columns", "fold -s", (
     wrapping("64 KB without line breaks", 64 * KILOBYTE, 0.15),
     wrapping("1 MB without line breaks", MEGABYTE, 0.20),
     wrapping("20 MB without line breaks", 20 * MEGABYTE, 0.25),
-), remark="A message is a format with its arguments, so a long text is written into a block of its "
-   "own before it is wrapped. The floor that copies the text shows what that alone takes: a block of "
-   "megabytes comes from the system page by page.")
+), remark="A message is a format with its arguments, so a long text is written into a block of "
+   "its own before it is wrapped. The floor that copies the text shows what that alone takes: a "
+   "block of megabytes comes from the system page by page.")
 
 ROWS = (PAIRS, DEBUG_PAIRS, HEAP_CHECK, WARNING, TRACE_NOWHERE, TRACE, WRAPPING)
 
