@@ -1,6 +1,6 @@
 // The message calls against a plain model: random sequences of all of them, with widths, prefixes,
-// solo switches, continuations, long texts, refused storage and formats that end the process, must
-// give the same bytes on every type's stream.
+// solo switches, continuations, long texts, refused storage, failing streams and formats that end
+// the process, must give the same bytes on every type's stream.
 #include "bytes.h"
 #include "judge.h"
 #include "library_run.h"
@@ -119,8 +119,29 @@ static_assert(std::size(kPrefixCalls) == kErrorPrefix + 1);
 
 constexpr int kTypes[] = {MSG_INFO, MSG_DEBUG, MSG_WARN, MSG_ERROR, MSG_DIAG};
 constexpr int kMostType = MSG_DIAG;
-constexpr size_t kMostInArea = 16383; // characters, where the heap has refused
+constexpr size_t kAreaSize = 16384;   // what is left to texts where the heap has refused
 constexpr size_t kMostAtFirst = 9998; // characters, for which nothing is asked of the heap
+
+const char *name_of_type(int type) {
+  switch (type) {
+  case MSG_INFO:
+    return "informational";
+  case MSG_DEBUG:
+    return "debug";
+  case MSG_WARN:
+    return "warning";
+  case MSG_ERROR:
+    return "error";
+  default:
+    return "diag";
+  }
+}
+
+// How the stream of a type fails from now on: with an error number, or in silence.
+constexpr int kWorks = -1;
+constexpr int kAllWork[kMostType + 1] = {-1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                         -1, -1, -1, -1, -1, -1, -1, -1};
+int failures[kMostType + 1];
 
 struct Message {
   int type;
@@ -130,6 +151,7 @@ struct Message {
   std::string prefix;
   std::string text;
   bool is_last_head = false; // the prefix is what the library keeps for continuations
+  bool is_format = false;    // the text, so that it takes nothing of the area
 };
 
 struct Model {
@@ -144,6 +166,9 @@ struct Model {
   bool last_solo = false;
   std::string last_head;
   bool ended = false;
+  bool dropped[kMostType + 1] = {}; // the type's stream has failed
+  size_t held = 0;                  // bytes of the area, by messages within messages
+  long remembered = 0;              // messages that have left something for a continuation
 
   static bool blank(char c) { return c == ' ' || c == '\t'; }
 
@@ -151,7 +176,52 @@ struct Model {
     return std::string(std::min<size_t>(length, 49), ' ');
   }
 
-  void write(const Message &m, const std::string &bytes) { out[m.type] += bytes; }
+  // A text of the library's own, beside its format.
+  struct Words {
+    std::string format;
+    std::string text;
+  };
+
+  // A message that may come in the middle of another one: without heap it gets what the other has
+  // left of the area.
+  [[nodiscard]] Message within(const Words &words, Message m) const {
+    m.text = words.text;
+    if (!library_run::refuses_storage)
+      return m;
+    m.is_format = held == kAreaSize;
+    m.text = m.is_format ? words.format : words.text.substr(0, kAreaSize - held - 1);
+    return m;
+  }
+
+  static size_t size_in_area(const Message &m) {
+    const bool in_area = m.text.size() <= kMostAtFirst || library_run::refuses_storage;
+    return in_area && !m.is_format ? m.text.size() + 1 : 0;
+  }
+
+  // A stream that fails is no longer used; a message says so in the middle of the present one.
+  void drop_stream(const Message &m) {
+    const int lines_of_message = lines_written;
+    const int error = failures[m.type];
+    dropped[m.type] = true;
+    const std::string opening = error == 0 ? "EOF error" : "Error";
+    const std::string end = " message.  This stream will no longer be used.";
+    const Words words = {opening + " during %s of %s" + end,
+                         opening + " during output of " + name_of_type(m.type) + end};
+    message(within(words, {MSG_WARN, MSG_FMT_LINE, m.solo, false, prefixes[kWarnPrefix], ""}));
+    if (error != 0)
+      continue_within(
+          {"Stream error was: %s", std::string("Stream error was: ") + strerror(error)});
+    lines_written = lines_of_message;
+  }
+
+  void write(const Message &m, const std::string &bytes) {
+    if (bytes.empty() || dropped[m.type])
+      return;
+    if (failures[m.type] == kWorks)
+      out[m.type] += bytes;
+    else
+      drop_stream(m);
+  }
 
   void line_head(const Message &m, std::string &head) {
     if (!m.solo)
@@ -182,9 +252,11 @@ struct Model {
     }
   }
 
-  size_t break_point(const std::string &t, size_t start) const {
-    const size_t newline = t.find('\n', start);
-    const size_t end = newline == std::string::npos ? t.size() : newline;
+  static size_t end_of_line(const std::string &t, size_t start) {
+    return std::min(t.find('\n', start), t.size());
+  }
+
+  size_t break_point(const std::string &t, size_t start, size_t end) const {
     const long room = width - column;
     if (static_cast<long>(end - start) <= room)
       return end;
@@ -210,8 +282,9 @@ struct Model {
 
   void wrapped(const Message &m, std::string &head) {
     size_t at = 0;
+    size_t end = end_of_line(m.text, at);
     for (;;) {
-      const size_t stop = break_point(m.text, at);
+      const size_t stop = break_point(m.text, at, end);
       write(m, m.text.substr(at, stop - at));
       column += static_cast<long>(stop - at);
       at = stop;
@@ -221,6 +294,7 @@ struct Model {
         write(m, "\n");
         column = 0;
         at++;
+        end = end_of_line(m.text, at);
       }
       if (at == m.text.size())
         return;
@@ -232,54 +306,60 @@ struct Model {
     }
   }
 
-  void fatal(bool solo, const std::string &text) {
-    message({MSG_ERROR, MSG_FMT_LINE, solo, false, prefixes[kErrorPrefix], text});
+  void fatal(bool solo, const Words &words) {
+    message(within(words, {MSG_ERROR, MSG_FMT_LINE, solo, false, prefixes[kErrorPrefix], ""}));
     ended = true;
   }
 
   // What a message leaves for a continuation.
-  void remember(const Message &m, bool head_was_written) {
+  void remember(const Message &m, bool head_was_written, bool head_is_kept) {
     if (head_was_written)
       last_head = indentation(m.prefix.size());
-    else if (!m.is_last_head)
+    else if (!head_is_kept)
       last_head = library_run::refuses_storage ? indentation(m.prefix.size()) : m.prefix;
     last_type = m.type;
     last_format = m.format;
     last_solo = m.solo;
+    remembered++;
   }
 
   void message(const Message &m) {
     if (m.solo && !solo_output)
       return;
     if (std::find(std::begin(kTypes), std::end(kTypes), m.type) == std::end(kTypes))
-      return fatal(false, "Internal error (_msg_get_stream_desc): Unknown message type: " +
-                              std::to_string(m.type));
+      return fatal(false, {"", "Internal error (_msg_get_stream_desc): Unknown message type: " +
+                                   std::to_string(m.type)});
     std::string head = m.prefix;
-    bool stays_on_line = m.continuation && column != 0;
+    const long remembered_before = remembered;
+    lines_written = 0;
+    const size_t held_before = held;
+    held += size_in_area(m);
+    const bool stays_on_line = m.continuation && column != 0;
     if (!m.continuation && column != 0) {
       write(m, "\n");
       column = 0;
     }
-    lines_written = 0;
     if (!stays_on_line)
       line_head(m, head);
     if (width == 0 || m.format == MSG_FMT_RAW)
       unwrapped(m, head);
     else if (m.format != MSG_FMT_WRAP && m.format != MSG_FMT_LINE)
-      return fatal(m.solo, "Internal error: Bad MSG_FMT_TYPE: " + std::to_string(m.format));
+      return fatal(m.solo, {"Internal error: Bad MSG_FMT_TYPE: %d",
+                            "Internal error: Bad MSG_FMT_TYPE: " + std::to_string(m.format)});
     else
       wrapped(m, head);
+    held = held_before;
     if (m.format == MSG_FMT_LINE) {
       write(m, "\n");
       column = 0;
     }
-    remember(m, lines_written > 0);
+    remember(m, lines_written > 0, m.is_last_head && remembered == remembered_before);
   }
 
   // The text as it is expanded; where it is the format itself, nothing is.
   static std::string expanded(const std::string &text, bool is_format) {
     const bool needs_heap = !is_format && text.size() > kMostAtFirst;
-    return needs_heap && library_run::refuses_storage ? text.substr(0, kMostInArea) : text;
+    return needs_heap && library_run::refuses_storage ? text.substr(0, kAreaSize - 1) : text;
   }
 
   // A message whose text is its format: a dollar sign at its beginning is reserved.
@@ -287,21 +367,24 @@ struct Model {
     if (m.solo && !solo_output)
       return;
     if (m.text[0] == '$' && m.text[1] != '$')
-      return fatal(m.solo,
-                   expanded("Internationalization interface not yet supported.\n"
-                            "However, the format string \"" +
-                                m.text +
-                                "\" began with a dollar sign.  Use two dollar signs if you really "
-                                "want the string to begin a dollar sign.",
-                            false));
+      return fatal(m.solo, {"", "Internationalization interface not yet supported.\n"
+                                "However, the format string \"" +
+                                    m.text +
+                                    "\" began with a dollar sign.  Use two dollar signs if you "
+                                    "really want the string to begin a dollar sign."});
+    m.is_format = true;
     if (m.text[0] == '$')
       m.text.erase(0, 1);
     message(m);
   }
 
+  void continue_within(const Words &words) {
+    message(within(words, {last_type, last_format, last_solo, true, last_head, "", true}));
+  }
+
   void cont(const std::string &text) {
     if (last_type == 0)
-      return fatal(false, "MSG_CONT called before any other message function.");
+      return fatal(false, {"", "MSG_CONT called before any other message function."});
     message({last_type, last_format, last_solo, true, last_head, text, true});
   }
 
@@ -325,7 +408,13 @@ const char *environment; // the value of the width's variable
 orv::messages::State pristine;
 
 ssize_t take(void *cookie, const char *bytes, size_t count) {
-  static_cast<std::string *>(cookie)->append(bytes, count);
+  auto *text = static_cast<std::string *>(cookie);
+  const int failure = failures[text - written];
+  if (failure != kWorks) {
+    errno = failure;
+    return 0;
+  }
+  text->append(bytes, count);
   return static_cast<ssize_t>(count);
 }
 
@@ -346,6 +435,7 @@ void start_afresh() {
   memcpy(&orv::messages::state, &pristine, offsetof(orv::messages::State, area));
   for (std::string &text : written)
     text.clear();
+  memcpy(failures, kAllWork, sizeof failures);
 }
 
 void compare(const Model &model) {
@@ -428,7 +518,7 @@ bool continue_message(Input &input, Model &model) {
 bool set_width(Input &input, Model &model) {
   const int width = input.one_in(4) ? 0 : static_cast<int>(input.byte() % 100);
   if (input.one_in(64)) {
-    model.fatal(false, "msg_set_width_limit: Width cannot be less than 0!");
+    model.fatal(false, {"", "msg_set_width_limit: Width cannot be less than 0!"});
     return library_run::returns([&] { msg_set_width_limit(-1 - width); });
   }
   model.width = width;
@@ -450,9 +540,17 @@ bool switch_solo(Input &input, Model &model) {
   return library_run::returns([&] { msg_set_solo_output(model.solo_output ? 1 : 0); });
 }
 
+bool break_stream(Input &input, Model &) {
+  static constexpr int kErrors[] = {EIO, 0, ENOSPC};
+  const int type = kTypes[input.byte() % 5];
+  if (input.one_in(4))
+    failures[type] = kErrors[input.byte() % 3];
+  return true;
+}
+
 constexpr bool (*kSteps[])(Input &input, Model &model) = {
     write_message,   continue_message, call_shared,   call_choice,      set_width,   set_prefix,
-    print_otherwise, switch_solo,      write_message, continue_message, call_shared,
+    print_otherwise, switch_solo,      write_message, continue_message, call_shared, break_stream,
 };
 
 // ---- the environment ----

@@ -38,7 +38,7 @@ inline int open_descriptors() {
   while (readdir(folder) != nullptr)
     count++;
   closedir(folder);
-  return count;
+  return count - 3; // the folder, its parent, and the descriptor that reads it
 }
 
 struct Level {
