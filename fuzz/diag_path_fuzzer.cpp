@@ -105,7 +105,7 @@ struct Model {
   }
 
   void open(const std::string &path) {
-    happened.push_back("fopen w " + path);
+    happened.push_back("fopen we " + path);
     if (fake.opens)
       streams.push_back(fake.log);
   }
