@@ -110,12 +110,38 @@ constexpr size_t kFirstSize = 10000;
   }
 }
 
+// The text of a format that asks for nothing but one, where that is long; otherwise null.
+[[nodiscard]] const char *long_text_alone(const char *format, va_list args) {
+  if (strcmp(format, "%s") != 0)
+    return nullptr;
+  va_list copy;
+  va_copy(copy, args);
+  const char *text = va_arg(copy, const char *);
+  va_end(copy);
+  return text != nullptr && strnlen(text, kFirstSize) == kFirstSize ? text : nullptr;
+}
+
+// A long text is written from where it stands: copying it would cost as much as wrapping it does.
+// The storage for a copy is held all the same, since without storage a text is cut.
+[[nodiscard]] Text expand_in_place(const char *text, const char *format, va_list args) {
+  const size_t length = strlen(text);
+  if (length > INT_MAX)
+    return expand(format, args);
+  const ErrnoGuard entry;
+  char *block = static_cast<char *>(malloc(length + 2));
+  if (block == nullptr)
+    return expand_without_heap(format, args, entry.value());
+  return hold_text(text, block, length);
+}
+
 } // namespace
 
 Text expand_text(const char *format, va_list args) {
   const char *percent = strchrnul(format, '%');
   if (*percent == '\0')
     return the_format_itself({format, percent});
+  if (const char *text = long_text_alone(format, args); text != nullptr)
+    return expand_in_place(text, format, args);
   return expand(format, args);
 }
 

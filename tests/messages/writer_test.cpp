@@ -476,6 +476,16 @@ TEST_F(TextBuffer, takes_a_text_of_any_length) {
   EXPECT_EQ(info.text(), text + "|" + text + "\n");
 }
 
+TEST_F(TextBuffer, is_taken_once_for_a_long_text_that_stands_alone_and_given_back) {
+  for (const size_t length : {10000U, 10001U, 3000000U}) {
+    const std::string text(length, 'x');
+    info.forget();
+    const Effort effort = effort_of([&] { msg_print("%s", text.c_str()); });
+    EXPECT_EQ(info.text(), text + "\n");
+    EXPECT_EQ(effort.last_allocation, length + 2);
+  }
+}
+
 TEST_F(TextBuffer, is_doubled_after_a_failure_that_names_no_reason) {
   for (int reason : {0, ERANGE}) {
     info.forget();
