@@ -111,7 +111,8 @@ constexpr size_t kFirstSize = 10000;
 }
 
 // The text of a format that asks for nothing but one, where that is long; otherwise null.
-[[nodiscard]] const char *long_text_alone(const char *format, va_list args) {
+[[nodiscard, gnu::format(printf, 1, 0)]] const char *long_text_alone(const char *format,
+                                                                     va_list args) {
   if (strcmp(format, "%s") != 0)
     return nullptr;
   va_list copy;
@@ -123,7 +124,8 @@ constexpr size_t kFirstSize = 10000;
 
 // A long text is written from where it stands: copying it would cost as much as wrapping it does.
 // The storage for a copy is held all the same, since without storage a text is cut.
-[[nodiscard]] Text expand_in_place(const char *text, const char *format, va_list args) {
+[[nodiscard, gnu::format(printf, 2, 0)]] Text expand_in_place(const char *text, const char *format,
+                                                              va_list args) {
   const size_t length = strlen(text);
   if (length > INT_MAX)
     return expand(format, args);
