@@ -58,6 +58,12 @@ def read_word(address):
     return None if data is None else struct.unpack("<I", data)[0]
 
 
+def is_debugging(stage):
+    """Whether the library of that stage is in one of the debug modes, which are above zero."""
+    (number,) = read_struct(struct.Struct("<i"), stage)
+    return number > 0
+
+
 def read_text(address):
     """The C string there; null for a null pointer."""
     if address == 0:
@@ -172,8 +178,8 @@ class Heap:
     """The table of records, as it stands in the program's memory."""
 
     def __init__(self):
-        mode, table, capacity, free_head = find_view()
-        if read_word(mode) == 0:
+        stage, table, capacity, free_head = find_view()
+        if not is_debugging(stage):
             raise gdb.GdbError("orv: the allocation debug mode is off in this program.")
         (address,) = read_struct(struct.Struct("<Q"), table)
         (count,) = read_struct(struct.Struct("<Q"), capacity)
@@ -222,7 +228,7 @@ def read_table(address, count):
 
 
 def find_view():
-    """The addresses of mode, table, capacity and head of the free list."""
+    """The addresses of stage, table, capacity and head of the free list."""
     if gdb.selected_thread() is None:
         raise gdb.GdbError("orv: there is no process and no core file to look at.")
     pattern = re.compile(r"^\s*(0x[0-9a-f]+) - 0x[0-9a-f]+ is " + re.escape(SECTION) + r"\b", re.M)
@@ -234,7 +240,7 @@ def find_view():
         if view[0] != LAYOUT:
             raise gdb.GdbError(f"orv: this helper does not know the records' layout {view[0]}.")
     # A program may hold the library twice, itself and in a shared object: the one in use counts.
-    in_use = [view for view in views if read_word(view[1])]
+    in_use = [view for view in views if is_debugging(view[1])]
     return (in_use or views)[0][1:]
 
 

@@ -107,14 +107,24 @@ size_t padded_size(size_t n) {
 
 // What to ask of the system for it: a size that wraps around must be refused, not granted small.
 size_t request_size(size_t n) {
-  if (padded_size(n) < n) [[unlikely]]
-    return SIZE_MAX;
-  return padded_size(n);
+  return padded_size(n) < n ? SIZE_MAX : padded_size(n);
 }
 
-// Kept: behind a header of 8 bytes, the caller's bytes are aligned to 8 only.
-void *start_of_user_bytes(void *system_block) {
-  return static_cast<char *>(system_block) + sizeof(BlockHeader);
+[[gnu::cold, gnu::noinline]] void *obtain_wrapped(size_t n) {
+  count_request(padded_size(n));
+  return malloc(request_size(n));
+}
+
+void *obtain_padded(size_t n) {
+  if (padded_size(n) < n) [[unlikely]]
+    return obtain_wrapped(n);
+  count_request(padded_size(n));
+  return malloc(padded_size(n));
+}
+
+void *resize_padded(void *block, size_t n) {
+  count_request(padded_size(n));
+  return realloc(system_address(block), request_size(n));
 }
 
 [[gnu::cold, gnu::noinline]] void check_heap_before_allocation(const char *method, auto third,
@@ -123,14 +133,10 @@ void *start_of_user_bytes(void *system_block) {
 }
 
 ALWAYS_INLINE void *obtain_tracked(size_t n, const char *method, auto third, const char *fourth) {
-  if (state.mode == ORV_MALLOC_VERIFY_HEAP) [[unlikely]]
-    check_heap_before_allocation(method, third, fourth);
-  count_request(padded_size(n));
-  void *system_block = malloc(request_size(n));
+  void *system_block = obtain_padded(n);
   if (system_block == nullptr)
     return nullptr;
-  void *block = start_of_user_bytes(system_block);
-  record_debug_info(block, n, site_of(method, third, fourth));
+  void *block = record_debug_info(system_block, n, site_of(method, third, fourth));
   return memset(block, kFillByte, n);
 }
 
@@ -140,14 +146,11 @@ ALWAYS_INLINE void *resize_tracked(void *block, size_t n, const char *method, au
                                    const char *fourth) {
   const alloc_site site = site_of(method, third, fourth);
   free_debug_info(block, site);
-  count_request(padded_size(n));
-  void *system_block = realloc(system_address(block), request_size(n));
+  void *system_block = resize_padded(block, n);
   if (system_block == nullptr)
     return nullptr;
-  void *resized = start_of_user_bytes(system_block);
-  record_debug_info(resized, n, site);
   // Kept: neither the old bytes nor the grown tail are filled.
-  return resized;
+  return record_debug_info(system_block, n, site);
 }
 
 [[gnu::noinline]] void release_tracked(void *block) {
@@ -168,8 +171,8 @@ void *resize_plain(void *block, size_t n) {
 }
 
 // The first allocation of a process without debugging settles that it stays so.
-bool is_debugging() {
-  if (state.stage == Stage::debugging) [[likely]]
+[[gnu::noinline]] bool settle_debugging() {
+  if (is_debugging())
     return true;
   state.stage = Stage::plain;
   return false;
@@ -177,7 +180,12 @@ bool is_debugging() {
 
 ALWAYS_INLINE void *obtain_either_way(size_t n, const char *method, auto third,
                                       const char *fourth) {
-  return is_debugging() ? obtain_tracked(n, method, third, fourth) : obtain_plain(n);
+  if (state.stage != Stage::checking_pointers) [[unlikely]] {
+    if (!settle_debugging())
+      return obtain_plain(n);
+    check_heap_before_allocation(method, third, fourth);
+  }
+  return obtain_tracked(n, method, third, fourth);
 }
 
 [[gnu::noinline]] void *obtain_off_fast_path(size_t n, const char *method, auto third,
@@ -209,9 +217,12 @@ ALWAYS_INLINE void *allocate(size_t size, const char *method, auto third, const 
     return nullptr;
   if (state.stage != Stage::plain) [[unlikely]]
     return allocate_off_fast_path<refusal>(size, third, fourth, method);
+  // Keeps the compiler from saving what only a refusal needs before the test above.
+  size_t asked = size;
+  asm("" : "+r"(asked), "+r"(third), "+r"(fourth));
   void *block = obtain_plain(size);
   if (block == nullptr) [[unlikely]]
-    return refused<refusal>(size, method, third, fourth);
+    return refused<refusal>(asked, method, third, fourth);
   return block;
 }
 
@@ -268,7 +279,8 @@ char *join(const char *text1, const char *text2, const char *method, auto third,
 
 [[gnu::noinline]] void *resize_off_fast_path(void *block, size_t n, const char *method, auto third,
                                              const char *fourth) {
-  return is_debugging() ? resize_tracked(block, n, method, third, fourth) : resize_plain(block, n);
+  return settle_debugging() ? resize_tracked(block, n, method, third, fourth)
+                            : resize_plain(block, n);
 }
 
 template <Refusal refusal = Refusal::reported>
@@ -353,7 +365,7 @@ void orv_free(void *block) {
   if (block == nullptr)
     return;
   test_pointer(block, "orv_free");
-  if (state.stage == Stage::debugging) [[unlikely]]
+  if (is_debugging()) [[unlikely]]
     return release_tracked(block);
   free(block);
 }

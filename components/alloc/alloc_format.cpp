@@ -31,7 +31,7 @@ char *grow_buffer(char *buffer, int64_t capacity) {
   auto *grown = static_cast<char *>(
       orv_realloc(buffer, static_cast<size_t>(capacity), kFormatter, "buffer resize"));
   if (grown == nullptr)
-    free(state.mode != 0 ? system_address(buffer) : buffer);
+    free(is_debugging() ? system_address(buffer) : buffer);
   return grown;
 }
 

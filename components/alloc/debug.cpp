@@ -109,12 +109,13 @@ void end_unless_heap_is_sound(const alloc_site &site) {
 
 } // namespace orv::alloc
 
+using orv::alloc::is_debugging;
 using orv::alloc::Stage;
 using orv::alloc::state;
 
 void orv_enable_malloc_debug(int mode) {
   if (mode == 0) {
-    if (state.mode != 0)
+    if (is_debugging())
       msg_fatal("orv_enable_malloc_debug: Once enabled, malloc debugging cannot be disabled.");
     return;
   }
@@ -126,16 +127,15 @@ void orv_enable_malloc_debug(int mode) {
   if (state.stage == Stage::plain)
     msg_fatal("orv_enable_malloc_debug cannot be called once one of the Orv MALLOC library "
               "allocation functions have been called.");
-  state.stage = Stage::debugging;
-  state.mode = mode;
+  state.stage = static_cast<Stage>(mode);
 }
 
 int orv_malloc_debug_mode(void) {
-  return state.mode;
+  return is_debugging() ? static_cast<int>(state.stage) : 0;
 }
 
 uint32_t orv_malloc_mem_used(void) {
-  if (state.mode == 0)
+  if (!is_debugging())
     msg_warn("orv_malloc_mem_used should only be called when the malloc debug mode is enabled.");
   // Kept: answered in any case.
   return state.live_bytes;

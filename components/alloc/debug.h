@@ -37,7 +37,7 @@ inline uint64_t free_debug_info(void *pointer, const alloc_site &site) {
   debug_info *record = find_sound_record(pointer);
   if (record == nullptr) [[unlikely]]
     reject_pointer(pointer, site);
-  if (state.mode == ORV_MALLOC_VERIFY_HEAP) [[unlikely]]
+  if (state.stage == Stage::verifying_heap) [[unlikely]]
     end_unless_heap_is_sound(site);
   const uint64_t length = record->length;
   state.live_bytes -= static_cast<uint32_t>(length);

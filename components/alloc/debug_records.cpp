@@ -22,7 +22,7 @@ void chain_new_records(uint64_t first) {
 // there.
 struct DebuggerView {
   uint64_t layout;
-  const int32_t *mode;
+  const Stage *stage;
   debug_info *const *records;
   const uint64_t *capacity;
   const int32_t *free_head;
@@ -31,7 +31,7 @@ static_assert(sizeof(DebuggerView) == 40);
 
 [[gnu::section(".orv.debugger"), gnu::used, gnu::retain]] const DebuggerView debugger_view = {
     .layout = 1,
-    .mode = &state.mode,
+    .stage = &state.stage,
     .records = &state.records,
     .capacity = &state.capacity,
     .free_head = &state.free_head};

@@ -137,11 +137,13 @@ inline void set_trailer(void *pointer, uint64_t length) {
 // Makes the table larger by kRecordsPerGrowth records, which become the free list.
 void grow_table();
 
-// Takes a record for a block that the system has granted, and writes the block's header and
-// trailer.
-inline void record_debug_info(void *pointer, size_t length, const alloc_site &site) {
+// Takes a record for a block that the system has granted, writes the block's header and trailer,
+// and returns the caller's pointer.
+inline void *record_debug_info(void *system_block, size_t length, const alloc_site &site) {
   if (state.free_head == kEndOfFreeList) [[unlikely]]
     grow_table();
+  // Kept: behind a header of 8 bytes, the caller's bytes are aligned to 8 only.
+  void *pointer = static_cast<char *>(system_block) + sizeof(BlockHeader);
   const int32_t index = state.free_head;
   debug_info &record = record_at(index);
   state.free_head = record.status;
@@ -156,6 +158,7 @@ inline void record_debug_info(void *pointer, size_t length, const alloc_site &si
   set_trailer(pointer, length);
   set_header_index(pointer, index);
   set_header_word(pointer, kAllocatedMagic);
+  return pointer;
 }
 
 } // namespace orv::alloc

@@ -229,7 +229,7 @@ void print_totals(const Totals &totals) {
 } // namespace
 
 void orv_malloc_describe_ptr(const void *pointer) {
-  if (state.mode == 0) {
+  if (!is_debugging()) {
     msg_warn("orv_malloc_describe_ptr should only be called when the malloc debug mode is "
              "enabled.");
     return;
@@ -238,7 +238,7 @@ void orv_malloc_describe_ptr(const void *pointer) {
 }
 
 void orv_malloc_debug_report(int verbose) {
-  if (state.mode == 0) {
+  if (!is_debugging()) {
     msg_warn("orv_malloc_debug_report should only be called when the malloc debug mode is "
              "enabled.");
     return;

@@ -91,6 +91,20 @@ constexpr size_t kFirstSize = 10000;
   return hold_text(free_area(), nullptr, std::min(static_cast<size_t>(length), size - 1));
 }
 
+// A long text by itself is written from where it stands: copying it would cost as much as wrapping
+// it does. The storage for a copy is held all the same, since without storage a text is cut.
+[[nodiscard, gnu::format(printf, 3, 0)]] Text
+hold_in_place(size_t size, size_t length, const char *format, va_list args, int entry_errno) {
+  char *block = take_buffer(size);
+  if (block == nullptr)
+    return expand_without_heap(format, args, entry_errno);
+  va_list copy;
+  va_copy(copy, args);
+  const char *text = va_arg(copy, const char *);
+  va_end(copy);
+  return hold_text(text, block, length);
+}
+
 [[nodiscard, gnu::format(printf, 1, 0)]] Text expand(const char *format, va_list args) {
   const ErrnoGuard entry;
   size_t size = kFirstSize;
@@ -107,33 +121,9 @@ constexpr size_t kFirstSize = 10000;
     if (!may_fit_a_larger_buffer(reason, size))
       return the_format_itself(format);
     size = next_size(length, size);
+    if (length >= 0 && strcmp(format, "%s") == 0)
+      return hold_in_place(size, static_cast<size_t>(length), format, args, entry.value());
   }
-}
-
-// The text of a format that asks for nothing but one, where that is long; otherwise null.
-[[nodiscard, gnu::format(printf, 1, 0)]] const char *long_text_alone(const char *format,
-                                                                     va_list args) {
-  if (strcmp(format, "%s") != 0)
-    return nullptr;
-  va_list copy;
-  va_copy(copy, args);
-  const char *text = va_arg(copy, const char *);
-  va_end(copy);
-  return text != nullptr && strnlen(text, kFirstSize) == kFirstSize ? text : nullptr;
-}
-
-// A long text is written from where it stands: copying it would cost as much as wrapping it does.
-// The storage for a copy is held all the same, since without storage a text is cut.
-[[nodiscard, gnu::format(printf, 2, 0)]] Text expand_in_place(const char *text, const char *format,
-                                                              va_list args) {
-  const size_t length = strlen(text);
-  if (length > INT_MAX)
-    return expand(format, args);
-  const ErrnoGuard entry;
-  char *block = static_cast<char *>(malloc(length + 2));
-  if (block == nullptr)
-    return expand_without_heap(format, args, entry.value());
-  return hold_text(text, block, length);
 }
 
 } // namespace
@@ -142,8 +132,6 @@ Text expand_text(const char *format, va_list args) {
   const char *percent = strchrnul(format, '%');
   if (*percent == '\0')
     return the_format_itself({format, percent});
-  if (const char *text = long_text_alone(format, args); text != nullptr)
-    return expand_in_place(text, format, args);
   return expand(format, args);
 }
 
