@@ -1,8 +1,8 @@
 """Prints a page of the project as the reference shows it: page_filter.py PAGE
 
 Headings get the names by which other pages link to them. A link to a file that is no page (a source,
-a folder) would lead nowhere there, so its text stands alone. The list of guides is what they stand under. The read-me is not the front
-page.
+a folder) would lead nowhere there, so its text stands alone. The list of guides is what they stand
+under. The read-me is not the front page.
 """
 
 import re

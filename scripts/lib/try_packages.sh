@@ -39,8 +39,8 @@ cmake -S /orv/package/project_c -B build -G Ninja >/dev/null
 cmake --build build >/dev/null
 greets build/program
 
-gdb -batch -ex 'break main' -ex run -ex 'help orv' shared 2>&1 | grep -q 'orv report' ||
-  fail "gdb does not load its helper by itself"
+told=$(gdb -batch -ex 'break main' -ex run -ex 'help orv' shared 2>&1) || true
+grep -q 'orv report' <<<"$told" || fail "gdb does not load its helper by itself: $told"
 [ -f /usr/share/man/man7/orv.7.gz ] || fail "no manual page"
 
 # shellcheck disable=SC2251 # it is to fail

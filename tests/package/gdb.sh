@@ -15,8 +15,9 @@ for form in static shared; do
   compile_with_pkg_config "$folder/$form" "$here/project_c/program.c" \
     "$(prefix_of "$form")/lib/pkgconfig"
 done
-gdb -batch -nx -ex run /bin/true </dev/null 2>&1 | grep -q 'exited normally' || {
-  printf 'SKIPPED: gdb cannot run a program here\n'
+answer=$(gdb -batch -nx -ex run /bin/true </dev/null 2>&1) || true
+grep -q 'exited normally' <<<"$answer" || {
+  printf 'SKIPPED: gdb cannot run a program here: %s\n' "$answer"
   exit 77
 }
 

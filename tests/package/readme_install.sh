@@ -6,6 +6,7 @@
 root=$(mktemp -d)
 trap 'rm -r -- "$root"' EXIT
 mkdir "$root/clone"
+# All but the folder build, which the commands make anew (and bench, which they do not need).
 ln -s -- "$ORV_SOURCE"/[!b]* "$root/clone/"
 cd -- "$root/clone"
 commands=$(readme_block sh "## A first program")

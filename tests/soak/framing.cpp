@@ -3,6 +3,7 @@
 //   soak_framing [MESSAGES]
 #include "soak/level.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -125,6 +126,7 @@ void run() {
   const int listening = platform_server_sock_open(kFirstPort, kEndPort, &port);
   soak::expect(listening >= 0, "no port is free");
   const pid_t child = fork();
+  soak::expect(child >= 0, "no sender could be started");
   if (child == 0)
     send_messages(port, wanted);
   const int sock = platform_sock_accept(listening);

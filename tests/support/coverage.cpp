@@ -1,7 +1,6 @@
 // Keeps the counts of processes that end without the exit handlers: a coverage build writes its
-// counts at exit, and would not see what led to _exit, abort, a failed
-// assertion or another program. Nothing is
-// refused to the writing of the counts.
+// counts at exit, and would not see what led to _exit, abort, a failed assertion or another
+// program. Nothing is refused to the writing of the counts.
 #include "support/system.h"
 
 #include <cstdlib>

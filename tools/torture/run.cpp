@@ -150,7 +150,9 @@ End run_once(const Options &options, const Order &order, bool alone, Record *rec
   End end = {.status = 0, .hung = false};
   if (!ends_in_time(process, options.limit)) {
     end.hung = true;
-    kill(alone ? -process : process, SIGKILL);
+    kill(process, SIGKILL); // it may have gone to another group
+    if (alone)
+      kill(-process, SIGKILL);
   }
   if (waitpid(process, &end.status, 0) < 0)
     give_up("waitpid");
