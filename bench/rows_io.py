@@ -1,8 +1,6 @@
 """Rows 8 to 15: messages over sockets, companions, files and trees."""
-from table import Case, Contender, Curve, Row
+from table import KILOBYTE, MEGABYTE, Case, Contender, Curve, Row
 
-KILOBYTE = 1 << 10
-MEGABYTE = 1 << 20
 CONNECTIONS = (("socket pair", "pair"), ("TCP", "tcp"))
 
 

@@ -1,5 +1,5 @@
 """Rows 1 to 7, and how their costs grow: allocation, its debug mode, messages and trace."""
-from table import Case, Contender, Curve, Row
+from table import KILOBYTE, MEGABYTE, Case, Contender, Curve, Row
 
 SYSTEM_CHECKS = {"LD_PRELOAD": "libc_malloc_debug.so.0"}
 DMALLOC = {"LD_PRELOAD": "libdmalloc.so.5", "DMALLOC_OPTIONS": "debug=0x4e48503,log=/dev/null"}
@@ -38,7 +38,6 @@ DEBUG_PAIRS = Row(2, "the same in debug mode 1", "malloc, free", (
    "trailer. Where it is above the goal, that work alone is more than the goal allows. Beyond it "
    "the library tests for the other debug mode, for sizes that wrap around and for the "
    "announcement of releases.")
-
 
 
 def heap_check(blocks, age, goal):
@@ -97,9 +96,6 @@ TRACE = Row(6, "a trace line to one stream, not synced", "fprintf", (
         Contender("spdlog", "trace_spdlog"),
     ), parameter="tmpfs", unit="line", alike=("fprintf", "orv", "spdlog")),
 ))
-
-KILOBYTE = 1 << 10
-MEGABYTE = 1 << 20
 
 
 def wrapping(title, size, goal, lines=False):

@@ -2,6 +2,9 @@
 from collections.abc import Callable
 from dataclasses import dataclass, field
 
+KILOBYTE = 1 << 10
+MEGABYTE = 1 << 20
+
 
 @dataclass(frozen=True)
 class Contender:

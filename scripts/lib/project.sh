@@ -45,7 +45,7 @@ readonly project jobs
     "doxygen=doxygen"
   )
   check_needs=(
-    "${test_needs[@]}"
+    "${coverage_needs[@]}"
     "${package_needs[@]}"
     "lintian=lintian"
     "abigail-tools=abidiff"
@@ -58,7 +58,6 @@ readonly project jobs
     "shellcheck=shellcheck"
     "pmccabe=pmccabe"
     "mandoc=mandoc"
-    "gcovr=gcovr"
   )
   bench_needs=(
     "${build_needs[@]}"
