@@ -153,12 +153,15 @@ void take_null_device() {
   close_beyond_standard(sink);
 }
 
-// The text belongs to the environment from here on.
 bool put_hand_over(const Launch &launch) {
   char *assignment = nullptr;
-  return asprintf(&assignment, "%s=%d %d %s", launch.name, launch.parent_pid, launch.companion_end,
-                  kMarkers[0].text) >= 0 &&
-         putenv(assignment) == 0;
+  if (asprintf(&assignment, "%s=%d %d %s", launch.name, launch.parent_pid, launch.companion_end,
+               kMarkers[0].text) < 0)
+    return false;
+  if (putenv(assignment) == 0)
+    return true; // the text belongs to the environment from here on
+  free(assignment);
+  return false;
 }
 
 // Runs in the child. It ends with _exit: what the parent's streams still hold is the parent's.

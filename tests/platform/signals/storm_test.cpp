@@ -33,8 +33,9 @@ std::atomic<int> &signals_seen =
 // have been handled: in the middle of whatever the receiver waits for.
 void send_signals(pid_t to) {
   const int expected = signals_seen + kSignalsPerStep;
+  constexpr sigval kNothing = {.sival_ptr = nullptr}; // all of its bytes
   for (int sent = 0; sent < kSignalsPerStep;)
-    if (sigqueue(to, SIGRTMIN, {}) == 0)
+    if (sigqueue(to, SIGRTMIN, kNothing) == 0)
       sent++;
     else
       sched_yield(); // the queue is full
