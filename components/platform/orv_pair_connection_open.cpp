@@ -154,11 +154,10 @@ void take_null_device() {
 }
 
 bool put_hand_over(const Launch &launch) {
-  char *assignment = nullptr;
+  char *assignment = nullptr; // left so where there is no storage
   if (asprintf(&assignment, "%s=%d %d %s", launch.name, launch.parent_pid, launch.companion_end,
-               kMarkers[0].text) < 0)
-    return false;
-  if (putenv(assignment) == 0)
+               kMarkers[0].text) >= 0 &&
+      putenv(assignment) == 0)
     return true; // the text belongs to the environment from here on
   free(assignment);
   return false;
