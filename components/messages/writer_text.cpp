@@ -1,5 +1,5 @@
 // The text of a message: the format expanded into the library's own area, or where that is too
-// small into a heap block that grows until the text fits.
+// small into a heap block that grows until the text fits. A long text by itself stays where it is.
 #include "common/guards.h"
 #include "messages/format.h"
 #include "messages/state.h"
