@@ -2,6 +2,7 @@
 // time, with no thought of speed. The library is compared with it, bytes left behind included.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -29,10 +30,8 @@ struct Buffer {
   }
 
   void compact() {
-    const size_t left = p2 - p1;
-    for (size_t i = 0; i < left; i++)
-      storage[i] = storage[p1 + i];
-    p2 = left;
+    std::copy(&storage[p1], &storage[p2], storage.data());
+    p2 -= p1;
     p1 = 0;
   }
 };
