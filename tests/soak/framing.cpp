@@ -20,6 +20,7 @@ constexpr int kFirstPort = 20000;
 constexpr int kEndPort = 60000;
 constexpr size_t kMostPending = 4000;
 constexpr long kWarmAfter = 100; // messages
+constexpr int kSecondsToConnect = 20;
 
 // Both sides make the same messages from the same numbers.
 struct Maker {
@@ -129,7 +130,7 @@ void run() {
   soak::expect(child >= 0, "no sender could be started");
   if (child == 0)
     send_messages(port, wanted);
-  const int sock = platform_sock_accept(listening);
+  const int sock = platform_sock_accept_timeout(listening, kSecondsToConnect);
   soak::expect(sock >= 0, "nobody was accepted");
   receive_messages(sock);
   platform_sock_close(sock);
