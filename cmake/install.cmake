@@ -1,5 +1,5 @@
 # What `cmake --install` puts into a prefix: headers, library, CMake package, pkg-config module,
-# debugger helper, manual page.
+# debugger helper, manual page. The tools bring themselves.
 include(CMakePackageConfigHelpers)
 
 # Programs need the runtime component alone; whatever names none serves those who build them.

@@ -38,7 +38,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME liborv-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), libc6-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-  "Checked allocation with a debug mode that watches every block, messages for\npeople and a trace for their debuggers, companion processes, framed socket\nmessages, and the file calls that long-lived programs need.\n\nThis package holds what programs are built and examined with: headers, the\nstatic library, files for CMake and pkg-config, a helper for gdb.")
+  "Checked allocation with a debug mode that watches every block, messages for\npeople and a trace for their debuggers, companion processes, framed socket\nmessages, and the file calls that long-lived programs need.\n\nThis package holds what programs are built and examined with: headers, the\nstatic library, files for CMake and pkg-config, a helper for gdb, and the tool\nthat refuses calls of programs, orv-torture(1).")
 
 include(CPack)

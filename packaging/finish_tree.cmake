@@ -1,6 +1,5 @@
 # Completes what CPack has installed for the packages: the documents that Debian wants with them,
-# compressed as it wants them, and libraries without what only their build needed.
-cmake_policy(SET CMP0057 NEW)
+# compressed as it wants them, and libraries and tools without what only their build needed.
 set(debian "${CPACK_ORV_SOURCE_DIR}/packaging/debian")
 set(readable PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 
@@ -26,9 +25,13 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
 
   file(GLOB_RECURSE pages "${tree}/share/man/*")
   run(gzip -9 -n "${documents}/changelog" "${documents}/changelog.Debian" ${pages})
+  set(notes --remove-section=.comment --remove-section=.note)
   file(GLOB archives "${tree}/lib/*/*.a")
   if(archives)
-    run(strip --strip-debug --enable-deterministic-archives
-      --remove-section=.comment --remove-section=.note ${archives})
+    run(strip --strip-debug --enable-deterministic-archives ${notes} ${archives})
+  endif()
+  file(GLOB tools "${tree}/bin/*" "${tree}/lib/*/orv/*.so")
+  if(tools)
+    run(strip ${notes} ${tools})
   endif()
 endforeach()

@@ -41,7 +41,13 @@ greets build/program
 
 told=$(gdb -batch -ex 'break main' -ex run -ex 'help orv' shared 2>&1) || true
 grep -q 'orv report' <<<"$told" || fail "gdb does not load its helper by itself: $told"
-[ -f /usr/share/man/man7/orv.7.gz ] || fail "no manual page"
+# orv-torture finds its layer where both were installed.
+swept=$(orv-torture --sweep fwrite,fflush,stat --only liborv.so.1 --accept 0,1 -- ./shared) ||
+  fail "orv-torture does not serve: $swept"
+grep -q 'fwrite from liborv\.so\.1+0x' <<<"$swept" || fail "orv-torture refused nothing: $swept"
+for page in man7/orv.7 man1/orv-torture.1; do
+  [ -f "/usr/share/man/$page.gz" ] || fail "no manual page $page"
+done
 
 # shellcheck disable=SC2251 # it is to fail
 ! dpkg --remove liborv1 >/dev/null 2>&1 || fail "removed although liborv-dev needs it"
