@@ -276,6 +276,16 @@ TEST_F(ParentOpenFails, not_when_the_31st_fork_succeeds) {
   EXPECT_EQ(finish(ph), 0);
 }
 
+// The child finds errno as it stood: EAGAIN of an earlier receive, say, or of the fork before.
+TEST_F(ParentOpen, starts_one_companion_whatever_errno_was_left) {
+  const auto outcome = run_in_child([] {
+    errno = EAGAIN;
+    platform_pair_handle *ph = open_companion("exit");
+    printf("the companion exited with %d\n", finish(ph));
+  });
+  EXPECT_EQ(outcome.out, "the companion exited with 0\n");
+}
+
 TEST_F(ParentOpenFails, at_once_when_fork_fails_for_another_reason) {
   refuse("fork", ENOMEM);
   const long forks = calls("fork");

@@ -70,6 +70,13 @@ TEST_F(Spawn, takes_descriptor_0_like_any_other) {
   EXPECT_EQ(outcome.exit_status, 0);
 }
 
+TEST_F(Spawn, takes_no_more_than_three_descriptors) {
+  const Sockets sockets;
+  const int one_more[] = {-1, -1, -1, sockets.fd[1]};
+  const std::string words = "test ! /proc/$$/fd/3 -ef /proc/$$/fd/" + std::to_string(sockets.fd[1]);
+  EXPECT_EQ(run_shell(words.c_str(), one_more), 0);
+}
+
 TEST_F(Spawn, leaves_the_given_descriptors_open_in_the_child) {
   Sockets sockets;
   const int std_fds[] = {-1, sockets.fd[1], -1};

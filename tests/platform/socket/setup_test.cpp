@@ -259,6 +259,18 @@ TEST_F(Serving, neither_listens_on_a_datagram_socket_nor_minds_its_address) {
   EXPECT_GE(keep_open(platform_server_sock_open(0, 1, nullptr)), 0);
 }
 
+// A program that has closed its standard input gets sockets with the number 0.
+TEST_F(Serving, takes_0_for_a_socket_like_any_other) {
+  const int taken = take_port();
+  const auto outcome = support::run_in_child([taken] {
+    close(STDIN_FILENO);
+    int port = 77;
+    const int sock = platform_server_sock_open(taken + 1, taken + kPorts, &port);
+    printf("%d %d %d", sock, option(sock, SOL_SOCKET, SO_ACCEPTCONN), port - port_of(sock));
+  });
+  EXPECT_EQ(outcome.out, "0 1 0");
+}
+
 TEST_F(Serving, serves_an_ipv6_address_too) {
   lookup::find({{.family = AF_INET6}});
   support::refuse("bind", EADDRNOTAVAIL); // the planned address is too short to be bound
@@ -320,6 +332,17 @@ TEST_F(Accepting, sends_without_delay) {
   EXPECT_THAT(lookup::record.undelayed, ElementsAre(client, sock));
   EXPECT_EQ(option(client, IPPROTO_TCP, TCP_NODELAY), 1);
   EXPECT_EQ(option(sock, IPPROTO_TCP, TCP_NODELAY), 1);
+}
+
+TEST_F(Accepting, takes_0_for_a_connection_like_any_other) {
+  connect_client();
+  const auto outcome = support::run_in_child([this] {
+    close(STDIN_FILENO);
+    const int sock = platform_sock_accept_timeout(listening, 10);
+    printf("%d %d", sock, option(sock, IPPROTO_TCP, TCP_NODELAY));
+  });
+  EXPECT_EQ(outcome.out, "0 1");
+  close(listening);
 }
 
 TEST_F(Accepting, does_without_the_option_when_it_is_refused) {
@@ -469,6 +492,16 @@ TEST_F(Connecting, connects_to_a_host_and_port) {
   EXPECT_EQ(hints.ai_protocol, IPPROTO_TCP);
   EXPECT_EQ(hints.ai_flags, 0);
   expect_connected(keep_open(platform_sock_accept(listening)), client);
+}
+
+TEST_F(Connecting, takes_0_for_a_connection_like_any_other) {
+  const auto outcome = support::run_in_child([this] {
+    close(STDIN_FILENO);
+    const int sock = platform_sock_connect("localhost", port);
+    printf("%d %d", sock, option(sock, IPPROTO_TCP, TCP_NODELAY));
+  });
+  EXPECT_EQ(outcome.out, "0 1");
+  close(listening);
 }
 
 TEST_F(Connecting, fails_when_the_lookup_fails) {

@@ -183,6 +183,15 @@ TEST_F(Waiting, judges_a_failed_select_by_its_own_errno) {
   EXPECT_EQ(errno, EBADF);
 }
 
+TEST_F(Waiting, takes_descriptor_0_like_any_other) {
+  peer_sends("hello");
+  const auto outcome = support::run_in_child([this] {
+    dup2(ours, 0);
+    printf("%d", platform_sock_recv_wait(0, buffer, sizeof buffer, 1, nullptr));
+  });
+  EXPECT_EQ(outcome.out, "5");
+}
+
 TEST_F(Waiting, fails_on_a_descriptor_that_is_none) {
   EXPECT_EQ(platform_sock_recv_wait(-1, buffer, 1, 1, count_idle), -1);
   EXPECT_EQ(errno, EBADF);
