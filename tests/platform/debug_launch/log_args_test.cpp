@@ -60,6 +60,21 @@ TEST_F(LogArguments, strips_a_prefix_that_is_the_whole_name) {
   EXPECT_EQ(log_suffix("velta.exe"), "");
 }
 
+TEST_F(LogArguments, names_the_log_after_nothing_when_no_argument_is_counted) {
+  TemporaryFolder folder;
+  const auto outcome = support::run_in_child(
+      [&] {
+        support::refuse("sleep", 0);
+        setenv("ORV_DIAGNOSTICS_PATH", folder.path.c_str(), 1);
+        CommandLine line{"tool"};
+        line.count = 0;
+        platform_log_args(&line.count, line.argv(), nullptr);
+      },
+      kNoRequest);
+  EXPECT_EQ(outcome.exit_status, 0) << outcome.err;
+  EXPECT_THAT(folder.names(), ElementsAre(MatchesRegex("orv[0-9]{12}\\.log")));
+}
+
 TEST_F(LogArguments, takes_a_given_name_as_it_is) {
   EXPECT_EQ(log_suffix("/opt/x/tool", "orvMine.x"), "orvMine.x");
   EXPECT_EQ(log_suffix("/opt/x/tool", ""), "");

@@ -62,6 +62,16 @@ TEST_F(Overlong, a_refusal_names_the_operation_wherever_its_word_stands) {
   expect_refused(start({times(5000, " ")}), "using", "operands too long");
 }
 
+TEST_F(Overlong, a_refusal_names_no_word_behind_the_count) {
+  const Outcome outcome = launch([] {
+    show_exports_at_exit();
+    CommandLine line{"prog", "__ORV_DEBUG__", times(5000, " "), "unseen"};
+    line.count = 3;
+    platform_init_args(&line.count, line.argv());
+  });
+  expect_refused(outcome, "using", "operands too long");
+}
+
 TEST_F(Overlong, the_variable_may_have_any_length) {
   const Outcome outcome = launch([] {
     setenv("ORV_DEBUG", ("delay " + times(20000, " ") + "6 " + times(20000, "x")).c_str(), 1);

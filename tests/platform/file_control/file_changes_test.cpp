@@ -261,6 +261,16 @@ TEST_F(CopiedFile, fails_when_neither_file_can_be_opened) {
   EXPECT_EQ(platform_copy_file(in("missing").c_str(), in("missing/copy").c_str()), 0);
 }
 
+TEST_F(CopiedFile, may_have_its_source_in_the_place_of_standard_input) {
+  make_file("source", "text");
+  const support::Outcome outcome = support::run_in_child([&] {
+    close(STDIN_FILENO);
+    exit(copy() == 1 ? 0 : 3);
+  });
+  EXPECT_EQ(outcome.exit_status, 0);
+  EXPECT_EQ(contents("copy"), "text");
+}
+
 TEST_F(CopiedFile, ends_at_a_read_that_fails) {
   make_file("source", std::string(20000, 'x'));
   support::refuse("read", EIO, 1);

@@ -127,6 +127,17 @@ TEST_F(ProcessInfo, finds_no_process_that_it_cannot_open) {
   EXPECT_EQ(outcome.exit_status, 0);
 }
 
+TEST_F(ProcessInfo, finds_a_process_without_standard_input) {
+  const auto outcome = support::run_in_child([] {
+    close(STDIN_FILENO);
+    exit(platform_process_exists(getpid()) == 1 &&
+                 platform_process_memory(-1, nullptr, nullptr) == 1
+             ? 0
+             : 3);
+  });
+  EXPECT_EQ(outcome.exit_status, 0);
+}
+
 TEST_F(ProcessInfo, does_not_report_a_process_that_does_not_exist) {
   const auto outcome = support::run_in_child(
       [] {
