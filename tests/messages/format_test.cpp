@@ -1,14 +1,17 @@
 // The formatting of messages and trace lines, compared with the system's: the same length and the
 // same bytes, whichever way it goes.
 #include "messages/format.h"
+#include "support/child.h"
 #include "support/resources.h"
 #include "support/system.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -116,6 +119,35 @@ TEST_F(Format, does_without_the_system_for_plain_conversions_whether_they_fit_or
   EXPECT_EQ(effort_of(5, "%s", "four"), 0);
   EXPECT_EQ(effort_of(4, "%s", "four"), 0);
   EXPECT_EQ(effort_of(1, "%ld%%", 1234567890123L), 0);
+}
+
+int length_of(const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  char area[8];
+  const int length = orv::messages::format_text(area, sizeof area, format, args);
+  va_end(args);
+  return length;
+}
+
+// The length of a text that so many copies of another make.
+template <size_t... Copies>
+int length_of_copies(const char *text, const char *last, std::index_sequence<Copies...>) {
+  std::string format = "%s";
+  for (size_t i = 0; i < sizeof...(Copies); i++)
+    format += "%s";
+  return length_of(format.c_str(), (static_cast<void>(Copies), text)..., last);
+}
+
+TEST_F(Format, leaves_a_length_that_no_int_holds_to_the_system) {
+  if (support::under_valgrind())
+    GTEST_SKIP() << "2 GB are too many for valgrind";
+  support::refuse("vsnprintf", EOVERFLOW); // which takes its time, too
+  const std::string text(8 << 20, 'x');
+  const std::make_index_sequence<255> others;
+  EXPECT_EQ(length_of_copies(text.c_str(), text.c_str() + 1, others), INT_MAX);
+  EXPECT_EQ(length_of_copies(text.c_str(), text.c_str(), others), -1);
+  EXPECT_EQ(errno, EOVERFLOW);
 }
 
 TEST_F(Format, asks_the_system_once_for_everything_else) {

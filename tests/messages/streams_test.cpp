@@ -294,6 +294,18 @@ TEST_F(RemoveStream, takes_the_first_occurrence_and_keeps_the_order_of_the_other
   msg_clear_streams(MSG_INFO);
 }
 
+TEST_F(RemoveStream, shortens_a_full_list_from_either_end) {
+  for (FILE *stream : {stdin, stdout, stdout, stdout, stderr})
+    msg_add_stream(MSG_INFO, stream);
+  ASSERT_EQ(_msg_get_stream_desc(MSG_INFO)->capacity, 5);
+  msg_remove_stream(MSG_INFO, stdin);
+  EXPECT_THAT(streams_of(MSG_INFO), testing::ElementsAre(stdout, stdout, stdout, stderr));
+  msg_add_stream(MSG_INFO, stdin);
+  msg_remove_stream(MSG_INFO, stdin);
+  EXPECT_THAT(streams_of(MSG_INFO), testing::ElementsAre(stdout, stdout, stdout, stderr));
+  msg_clear_streams(MSG_INFO);
+}
+
 TEST_F(RemoveStream, leaves_the_types_outside_the_mask_alone) {
   msg_add_stream(MSG_INFO | MSG_WARN | MSG_ERROR, stdout);
   msg_remove_stream(MSG_INFO | MSG_ERROR, stdout);

@@ -3,6 +3,7 @@
 #include "messages/state.h"
 #include "support/child.h"
 #include "support/system.h"
+#include "support/text_at_page_end.h"
 
 #include <cerrno>
 #include <climits>
@@ -102,6 +103,11 @@ TEST_F(Writer, writes_the_head_of_an_empty_text) {
   msg_warn("%s", "");
   msg_warn_raw("%s", "");
   EXPECT_EQ(warn.text(), "Warning: \nWarning: ");
+}
+
+TEST_F(Writer, writes_nothing_of_several_empty_texts) {
+  msg_print_raw("%s%s", "", "");
+  EXPECT_EQ(info.text(), "");
 }
 
 // The open line
@@ -576,6 +582,16 @@ TEST_F(TextBuffer, that_is_refused_serves_one_message_after_another) {
   EXPECT_EQ(info.text().size(), 50005U);
 }
 
+TEST_F(TextBuffer, that_is_refused_keeps_as_much_of_each_message) {
+  support::refuse("malloc", ENOMEM);
+  const std::string text(16384, 'x');
+  for (int i = 0; i < 3; i++) {
+    info.forget();
+    msg_print("%s", text.c_str());
+    EXPECT_EQ(info.text(), text.substr(0, 16383) + "\n") << i;
+  }
+}
+
 TEST_F(TextBuffer, that_is_refused_serves_messages_within_messages) {
   support::refuse("malloc", ENOMEM);
   info.on_write = [this] {
@@ -585,6 +601,16 @@ TEST_F(TextBuffer, that_is_refused_serves_messages_within_messages) {
   msg_print_raw("%s %d", "around", 2);
   EXPECT_EQ(info.text(), "around 2");
   EXPECT_EQ(warn.text(), "Warning: within 1\n");
+}
+
+TEST_F(TextBuffer, that_is_refused_beside_a_long_message_serves_an_empty_text) {
+  support::refuse("malloc", ENOMEM);
+  info.on_write = [this] {
+    info.on_write = nullptr;
+    msg_warn("%s", "");
+  };
+  msg_print_raw("%s", std::string(9000, 'x').c_str());
+  EXPECT_EQ(warn.text(), "Warning: \n");
 }
 
 TEST_F(TextBuffer, that_is_refused_while_the_area_is_full_leaves_the_format) {
@@ -654,8 +680,17 @@ TEST_F(Writer, remembers_a_prefix_of_any_length) {
   const std::string prefix(300, '>');
   msg_print_wrap("abc");
   output(MSG_INFO, MSG_FMT_RAW, 0, 1, prefix.c_str(), "def\n");
+  EXPECT_EQ(support::last_size("malloc"), prefix.size() + 1);
   msg_cont("ghi");
   EXPECT_EQ(info.text(), "abcdef\n" + prefix + "ghi");
+}
+
+TEST_F(Writer, reads_a_prefix_that_it_remembers_no_further_than_its_end) {
+  msg_print_wrap("abc");
+  const support::TextAtPageEnd prefix("more: ");
+  output(MSG_INFO, MSG_FMT_LINE, 0, 1, prefix.get(), "def");
+  msg_cont("ghi");
+  EXPECT_EQ(info.text(), "abcdef\nmore: ghi\n");
 }
 
 TEST_F(Writer, remembers_the_indentation_where_the_prefix_cannot_be_copied) {

@@ -1,6 +1,7 @@
 // The diagnostic directory and the log of the process that diag_set_dir opens in it.
 #include "diag_test.h"
 #include "support/child.h"
+#include "support/text_at_page_end.h"
 
 #include <cerrno>
 #include <cstring>
@@ -89,6 +90,15 @@ TEST_F(ProcessLog, keeps_the_login_name_once_it_is_known) {
   diag_set_dir(make_folder("b").c_str());
   EXPECT_EQ(support::calls("getlogin"), asked);
   EXPECT_THAT(files_in(path("b")), ElementsAre(name_for("builder")));
+}
+
+TEST_F(ProcessLog, keeps_a_login_name_of_one_letter_too) {
+  support::set_login_name("b");
+  diag_set_dir(make_folder("a").c_str());
+  support::set_login_name("other");
+  close_logs();
+  diag_set_dir(make_folder("b").c_str());
+  EXPECT_THAT(files_in(path("b")), ElementsAre(name_for("b")));
 }
 
 TEST_F(ProcessLog, asks_again_for_a_login_name_that_was_missing) {
@@ -263,6 +273,15 @@ TEST_F(ProcessLog, stores_a_directory_of_4095_bytes) {
   const std::string longest = stretched(folder, 4095);
   EXPECT_EQ(diag_set_dir(longest.c_str()), longest);
   EXPECT_EQ(diag_get_dir(), longest);
+}
+
+TEST_F(ProcessLog, reads_names_no_further_than_their_ends) {
+  const support::TextAtPageEnd directory(stretched(folder, 3000));
+  const support::TextAtPageEnd login("builder");
+  support::set_login_name(login.get());
+  diag_set_dir(directory.get());
+  EXPECT_EQ(diag_get_dir(), stretched(folder, 3000));
+  EXPECT_THAT(files(), ElementsAre(name_for("builder")));
 }
 
 TEST_F(ProcessLog, refuses_a_longer_directory_and_stores_none) {
