@@ -179,6 +179,18 @@ TEST_F(LogArguments, bears_a_path_longer_than_any_file_has) {
   EXPECT_EQ(outcome.out, "argv[0] = \"" + times(5000, "x") + ".y\"\n");
 }
 
+TEST_F(LogArguments, bears_a_name_that_fills_its_area_to_the_last_byte) {
+  // Some of these lengths are as large as a block of the system's allocator, which notices.
+  for (size_t length = 5000; length < 5016; length++) {
+    const auto outcome = launch([&] {
+      CommandLine line{times(length, "x")};
+      platform_log_args(&line.count, line.argv(), nullptr);
+    });
+    EXPECT_EQ(outcome.out, "argv[0] = \"" + times(length, "x") + "\"\n");
+    EXPECT_EQ(outcome.exit_status, 0) << outcome.err;
+  }
+}
+
 TEST_F(LogArguments, names_the_log_of_a_very_long_path) {
   EXPECT_EQ(log_suffix("/" + times(3000, "x/") + "orvdeep.bin"), "deep");
 }
