@@ -257,6 +257,7 @@ TEST_F(Mode, 2_walks_a_large_table_to_its_last_record) {
   EXPECT_EQ(warnings_in_large_heap({0}), warning + error);
   EXPECT_EQ(warnings_in_large_heap({20479}), warning + error);
   EXPECT_EQ(warnings_in_large_heap({1, 9999, 20470}), warning + warning + warning + error);
+  EXPECT_EQ(warnings_in_large_heap({20478, 20479}), warning + warning + error);
 }
 
 // A live block whose own header names another record, or none, is described by the record that the
@@ -326,6 +327,24 @@ TEST_F(Mode, 2_tells_a_block_that_was_marked_as_released_behind_its_back) {
             "for p)\n");
 }
 
+// A header counts where it belongs, not where a block's bytes happen to look like one.
+TEST_F(Mode, 2_is_not_misled_by_bytes_of_a_block_that_look_like_its_header) {
+  const Outcome outcome = run_in_debug_mode(
+      [] {
+        char *block = block_of(16);
+        memcpy(block + 8, block - 8, 8);
+        overwrite(block, -1);
+        (void)!block_of(1);
+      },
+      ORV_MALLOC_VERIFY_HEAP);
+  EXPECT_EQ(masked(outcome.err),
+            "Warning: The pointer 0xADDRESS referenced data that was corrupted at the beginning.  "
+            "The pointer was allocated by orv_malloc with a length of 16.  The storage was "
+            "allocated in the function f for p.  \n"
+            "Error: orv_malloc: The heap was corrupted. (Currently inside of f, allocating storage "
+            "for p)\n");
+}
+
 TEST_F(Mode, announces_releases_from_the_threshold_on) {
   const Outcome outcome = run_in_debug_mode([] {
     orv_set_malloc_free_report_threshold(100);
@@ -357,6 +376,18 @@ TEST_F(Mode, announces_every_release_with_a_threshold_of_0_and_none_at_first) {
               release(block_of(1));
             }).err,
             "");
+}
+
+TEST_F(Mode, announces_a_release_without_what_an_earlier_call_told_of_itself) {
+  const Outcome outcome = run_in_debug_mode([] {
+    orv_set_malloc_free_report_threshold(1);
+    release(orv_realloc(block_of(1), 2, "grow", "rows"));
+  });
+  EXPECT_EQ(
+      masked(outcome.err),
+      "Warning: (orv_realloc): Freeing a pointer (0xADDRESS) which pointed to 1 bytes of data.  "
+      "(Currently inside of grow, allocating storage for rows)\n"
+      "Warning: (orv_free): Freeing a pointer (0xADDRESS) which pointed to 2 bytes of data.  \n");
 }
 
 TEST_F(Mode, announces_by_a_threshold_that_was_set_before_it_was_switched_on) {

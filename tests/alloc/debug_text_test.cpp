@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <sys/mman.h>
 
 using namespace alloc_test;
 using orv::alloc::describe_ptr;
@@ -146,6 +147,16 @@ TEST_F(Texts, an_overwritten_header_hides_a_live_block_whatever_stood_there_befo
             "The pointer 0xADDRESS referenced data that was corrupted at the beginning.\n");
 }
 
+TEST_F(Texts, an_overwritten_header_hides_a_live_block_of_the_first_record_too) {
+  EXPECT_EQ(description_of([](char *block) {
+              release(hidden(orv_malloc(24, "g", "q")));
+              orv::alloc::state.records[1].ptr = block;
+              overwrite_header(block);
+              return block;
+            }),
+            "The pointer 0xADDRESS referenced data that was corrupted at the beginning.\n");
+}
+
 TEST_F(Texts, an_unaligned_record_is_still_described_by_its_origin) {
   const Outcome outcome = run_in_debug_mode([] {
     (void)!block_of(8);
@@ -160,6 +171,27 @@ TEST_F(Texts, an_unaligned_record_is_still_described_by_its_origin) {
             "was allocated in the function f for p.  \n"
             "Error: orv_malloc: The heap was corrupted. (Currently inside of f, allocating storage "
             "for p)\n");
+}
+
+// The table's 4096 records, 48 pages, are moved between two pages that nobody may touch. The walk
+// fetches the blocks of a table this large ahead.
+TEST_F(Texts, verifying_the_heap_reads_nothing_before_or_behind_the_table) {
+  expect_quiet_success(run_in_debug_mode([] {
+    constexpr size_t page = 4096;
+    char *last = nullptr;
+    for (int i = 0; i < 4096; i++)
+      last = block_of(1);
+    auto *const table = orv::alloc::state.records;
+    const size_t size = orv::alloc::state.capacity * sizeof *table;
+    auto *fenced = static_cast<char *>(
+        mmap(nullptr, page + size + page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(fenced + page, size, PROT_READ | PROT_WRITE);
+    memcpy(fenced + page, table, size);
+    orv::alloc::state.records = reinterpret_cast<orv::alloc::debug_info *>(fenced + page);
+    orv_enable_malloc_debug(ORV_MALLOC_VERIFY_HEAP);
+    release(last);
+    orv::alloc::state.records = table;
+  }));
 }
 
 TEST_F(Texts, descriptions_are_given_for_the_record_that_is_asked_about) {
@@ -219,6 +251,22 @@ TEST_F(Texts, a_description_that_finds_no_room_is_cut_inside_its_area) {
                          "4095 nn.  \n"
                          "4095 nnn f\n"
                          "4095 nnnnn\n");
+}
+
+// What comes after the place where a description is cut is lost, and nothing else is touched.
+TEST_F(Texts, a_description_that_is_cut_early_stays_as_it_was_cut) {
+  const Outcome outcome = run_in_debug_mode([] {
+    static char method[2 * kTextAreaSize];
+    memset(method, 'm', sizeof method - 1);
+    const char *sentence =
+        orv::alloc::compose_site_sentence(orv::alloc::site_of("orv_realloc", "f", "p"));
+    void *block = orv_malloc_at(8, method, 1, "x.c");
+    const char *text = describe_ptr(block, nullptr, Wording::ordinary);
+    msg_print("%zu %s", strlen(text), text + kTextAreaSize - 6);
+    msg_print("%s", sentence);
+  });
+  EXPECT_EQ(outcome.out, "4095 mmmmm\n"
+                         "(Currently inside of f, allocating storage for p)\n");
 }
 
 TEST_F(Texts, a_site_sentence_that_finds_no_room_is_cut_inside_its_area) {
