@@ -112,6 +112,13 @@ char *format_list(const char *format, ...) {
   return text;
 }
 
+TEST_F(TextCalls, a_formatted_text_may_be_empty) {
+  char *text = format_list("%s", "");
+  EXPECT_STREQ(text, "");
+  EXPECT_EQ(support::calls("vsnprintf"), 1);
+  orv_free(text);
+}
+
 TEST_F(TextCalls, a_formatted_text_of_14_characters_stays_in_the_first_buffer) {
   char *text = orv_printf_strdup("%s%d", "twelve chars", 14);
   EXPECT_STREQ(text, "twelve chars14");
