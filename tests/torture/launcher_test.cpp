@@ -3,6 +3,7 @@
 #include "support/child.h"
 #include "support/resources.h"
 
+#include <climits>
 #include <csignal>
 #include <gmock/gmock.h>
 #include <regex>
@@ -13,6 +14,7 @@
 namespace {
 
 using support::Outcome;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -245,6 +247,23 @@ TEST_F(Torture, SweepsEndARunThatHangs) {
   EXPECT_EQ(outcome.exit_status, 1);
 }
 
+TEST_F(Torture, SweepsEndWhatARunLeavesRunning) {
+  EXPECT_THAT(lines_of(sweep("kill", "left-child", {"--limit", "15"})),
+              HasSubstr("kill:1         EPERM        exit 0   kill from torture_victim\n"));
+}
+
+// Some systems have no list of a process's children. The launcher, which is refused it here by
+// another one, does not wait for a child that it cannot find.
+TEST_F(Torture, SweepsEndWhatARunLeavesRunningWithoutAListOfIt) {
+  const Outcome outcome =
+      run({"--fail", "fopen:1+", "--only", "orv-torture", "--limit", "15", "--", ORV_TORTURE,
+           "--sweep", "kill", "--only", "torture_victim", "--", VICTIM, "left-child"});
+  EXPECT_THAT(lines_of(outcome),
+              HasSubstr("kill:1         EPERM        exit 0   kill from torture_victim\n"));
+  EXPECT_THAT(outcome.err, HasSubstr("orv-torture: refused fopen (EMFILE)"));
+  EXPECT_EQ(outcome.exit_status, 0);
+}
+
 TEST_F(Torture, SweepsTellWhatARunLeavesBehind) {
   EXPECT_THAT(lines_of(sweep("fsync", "open-file", {"--errno", "EIO"})),
               HasSubstr("exit 0   fsync from torture_victim  +1 descriptors\n"));
@@ -281,6 +300,16 @@ TEST_F(Torture, SaysWhenTheProgramCannotBeRun) {
   EXPECT_EQ(unlinked.exit_status, 127);
 }
 
+TEST_F(Torture, SaysWhatItLacksAndWhy) {
+  const std::string list(2 * PATH_MAX, 'x');
+  const Outcome preloaded = support::run_in_child([&] {
+    setenv("LD_PRELOAD", list.c_str(), 1);
+    execl(ORV_TORTURE, ORV_TORTURE, "--fail", "malloc:1", "--", VICTIM, "nothing", nullptr);
+  });
+  EXPECT_THAT(preloaded.err, EndsWith("orv-torture: LD_PRELOAD: too long\n"));
+  EXPECT_EQ(preloaded.exit_status, 127);
+}
+
 TEST_F(Torture, RefusesACommandLineThatMakesNoSense) {
   const std::vector<std::vector<std::string>> lines = {
       {},
@@ -295,6 +324,7 @@ TEST_F(Torture, RefusesACommandLineThatMakesNoSense) {
       {"--fail", "malloc:1", "--errno", "short", "--", VICTIM},
       {"--sweep", "malloc,", "--", VICTIM},
       {"--sweep", "all", "--limit", "soon", "--", VICTIM},
+      {"--sweep", "all", "--limit", "2147484", "--", VICTIM},
       {"--sweep", "all", "--accept", "256", "--", VICTIM},
       {"--sweep", "all", "--wrong", "--", VICTIM},
   };

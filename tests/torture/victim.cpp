@@ -210,6 +210,14 @@ void forget_a_child() {
   waitpid(start_nothing(), nullptr, 0);
 }
 
+// The child makes no call that could be refused.
+void leave_a_child_running() {
+  if (fork() == 0)
+    for (;;)
+      pause();
+  kill(getpid(), 0);
+}
+
 void end_badly_in_a_child() {
   int status = 0;
   const pid_t pid = fork();
@@ -238,6 +246,7 @@ constexpr struct {
     {"for-ever", wait_for_ever_without_a_file},
     {"open-file", forget_to_close},
     {"zombie", forget_a_child},
+    {"left-child", leave_a_child_running},
     {"child", end_badly_in_a_child},
     {"handler", read_in_a_signal_handler},
 };

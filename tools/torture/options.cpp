@@ -1,6 +1,7 @@
 // The command line of orv-torture.
 #include "options.h"
 
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -112,11 +113,13 @@ void add_object(const char *name, Order &order) {
   memcpy(order.objects[order.object_count++], name, strlen(name) + 1);
 }
 
+// Longer than the milliseconds of poll no run can be waited for.
 double read_limit(const char *text) {
+  constexpr int kLongest = INT_MAX / 1000;
   char *rest = nullptr;
   const double seconds = strtod(text, &rest);
-  if (rest == text || *rest != '\0' || !(seconds >= 0))
-    misuse("--limit takes seconds", text);
+  if (rest == text || *rest != '\0' || !(seconds >= 0 && seconds <= kLongest))
+    misuse("--limit takes seconds, 2147483 at most", text);
   return seconds;
 }
 

@@ -19,9 +19,14 @@
 namespace torture {
 namespace {
 
-[[noreturn]] void give_up(const char *what) {
-  fprintf(stderr, "orv-torture: %s: %s\n", what, strerror(errno));
+[[noreturn]] void give_up_because(const char *what, const char *reason) {
+  fprintf(stderr, "orv-torture: %s: %s\n", what, reason);
   exit(kCannotRun);
+}
+
+// For the reason that errno tells.
+[[noreturn]] void give_up(const char *what) {
+  give_up_because(what, strerror(errno));
 }
 
 // A path by which every process below this one reaches the file behind a descriptor.
@@ -40,7 +45,9 @@ bool find_layer(char *path, size_t size) {
   *slash = '\0';
   for (const char *folder : {"", "/" ORV_TORTURE_LAYER_FOLDER}) {
     const int needed = snprintf(path, size, "%s%s/liborv-torture.so", self, folder);
-    if (needed > 0 && static_cast<size_t>(needed) < size && access(path, R_OK) == 0)
+    if (needed < 0 || static_cast<size_t>(needed) >= size)
+      errno = ENAMETOOLONG;
+    else if (access(path, R_OK) == 0)
       return true;
   }
   return false;
@@ -63,7 +70,7 @@ void preload(const char *layer) {
   const int length = snprintf(list, sizeof list, "%s%s%s", layer, others == nullptr ? "" : ":",
                               others == nullptr ? "" : others);
   if (length < 0 || static_cast<size_t>(length) >= sizeof list)
-    give_up("LD_PRELOAD is too long");
+    give_up_because("LD_PRELOAD", "too long");
   setenv("LD_PRELOAD", list, 1);
 }
 
@@ -102,20 +109,30 @@ bool ends_in_time(pid_t process, double seconds) {
   return ready != 0;
 }
 
-// Processes that lose their parent come to this one, so everything below it can be found.
-void end_what_is_left() {
-  for (;;) {
-    char path[64];
-    snprintf(path, sizeof path, "/proc/self/task/%d/children", getpid());
-    FILE *children = fopen(path, "re");
-    int child = 0;
-    while (children != nullptr && fscanf(children, "%d", &child) == 1)
-      kill(child, SIGKILL);
-    if (children != nullptr)
-      fclose(children);
-    if (waitpid(-1, nullptr, 0) < 0)
-      return;
-  }
+// False where the system has no list of a process's children.
+bool kill_children() {
+  char path[64];
+  snprintf(path, sizeof path, "/proc/self/task/%d/children", getpid());
+  FILE *children = fopen(path, "re");
+  if (children == nullptr)
+    return false;
+  int child = 0;
+  while (fscanf(children, "%d", &child) == 1)
+    kill(child, SIGKILL);
+  fclose(children);
+  return true;
+}
+
+// Processes that lose their parent come to this one, so everything below it can be found. Without a
+// list of them what is still in the group of the run is ended, and nobody is waited for who may not
+// be.
+void end_what_is_left(pid_t group) {
+  bool all_killed;
+  do {
+    all_killed = kill_children();
+    if (!all_killed)
+      kill(-group, SIGKILL);
+  } while (waitpid(-1, nullptr, all_killed ? 0 : WNOHANG) > 0);
 }
 
 } // namespace
@@ -127,8 +144,10 @@ Record *set_up() {
   make_loadable(path, sizeof path);
   preload(path);
   const int fd = memfd_create("orv-torture", MFD_CLOEXEC);
-  if (fd < 0 || ftruncate(fd, sizeof(Record)) != 0)
+  if (fd < 0)
     give_up("memfd_create");
+  if (ftruncate(fd, sizeof(Record)) != 0)
+    give_up("ftruncate");
   write_path_of(fd, path, sizeof path);
   setenv(kRecordVariable, path, 1);
   void *mapped = mmap(nullptr, sizeof(Record), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
@@ -157,7 +176,7 @@ End run_once(const Options &options, const Order &order, bool alone, Record *rec
   if (waitpid(process, &end.status, 0) < 0)
     give_up("waitpid");
   if (alone)
-    end_what_is_left();
+    end_what_is_left(process);
   if (record->first_process < 0) {
     errno = -record->first_process;
     give_up(options.program[0]);

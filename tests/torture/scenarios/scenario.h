@@ -4,6 +4,7 @@
 //
 //   0   every outcome was one that the header allows
 //   1   the library ended the process after a sentence on standard error, as the scenario allows
+//   2   what the scenario needs for itself was refused, so there was nothing to judge
 //   3   an assertion of the library ended the process, one that the scenario allows
 //   99  anything else; what it was stands in the report (the file that TORTURE_REPORT names)
 #pragma once
@@ -48,7 +49,7 @@ extern const char *const kSelf; // the program's path
   ((condition) ? static_cast<void>(0) : scenario::violated(#condition, __FILE__, __LINE__))
 
 // What the scenario needs of the system for itself: where that is refused there is nothing to
-// judge, and the process ends with 0.
+// judge, and the process ends with 2.
 void need(bool granted);
 
 // Ends this process if it is a copy that the library's call came back in: with a status that is no
