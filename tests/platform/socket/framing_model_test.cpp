@@ -152,6 +152,30 @@ TEST_F(Interfering, notices_bytes_that_were_replaced_by_as_many) {
   EXPECT_THAT(handled, testing::ElementsAre(Lines{"abcdefgh", "end"}));
 }
 
+TEST_F(Interfering, notices_bytes_that_were_replaced_after_the_buffer_was_put_back) {
+  const auto put_back_and_replace = [] {
+    platform_msgbuf *const buffer = gMsgBuf;
+    platform_set_message_buffer(nullptr);
+    platform_set_message_buffer(buffer);
+    platform_msgbuf_reset(buffer);
+    write_whole(plan.peer, "x\r\nyz");
+    platform_recv_messages(plan.sock);
+    write_whole(plan.peer, "\r\n\r\n");
+  };
+  EXPECT_EQ(get_one("one\r\n", {}, put_back_and_replace), 1);
+  EXPECT_THAT(handled, testing::ElementsAre(Lines{"x", "yz"}));
+}
+
+TEST_F(Interfering, notices_a_message_that_was_dispatched_and_followed_by_as_many_bytes) {
+  const auto complete_and_dispatch = [] {
+    platform_recv_messages(plan.sock);
+    platform_dispatch_messages(plan.sock, keep);
+    write_whole(plan.peer, "\r\n\r\n");
+  };
+  EXPECT_EQ(get_one("one\r\n", {"", "\r\nx\r\nyz"}, complete_and_dispatch), 1);
+  EXPECT_THAT(handled, testing::ElementsAre(Lines{"one"}, Lines{"x", "yz"}));
+}
+
 TEST_F(Interfering, goes_on_in_a_buffer_that_was_installed_meanwhile) {
   static platform_msgbuf *other;
   other = platform_msgbuf_create(1000);

@@ -79,6 +79,15 @@ TEST_F(Framing, hands_a_message_over_once_its_last_byte_has_come) {
   EXPECT_THAT(handled, ElementsAre(Lines{"AB", "C"}));
 }
 
+TEST_F(Framing, completes_a_message_of_which_each_call_finds_one_byte) {
+  const std::string message = "AB\r\nC\r\n\r\n";
+  for (size_t i = 0; i < message.size(); i++) {
+    peer_sends(message.substr(i, 1));
+    EXPECT_EQ(get_one(), i + 1 == message.size()) << "at byte " << i;
+  }
+  EXPECT_THAT(handled, ElementsAre(Lines{"AB", "C"}));
+}
+
 TEST_F(Framing, completes_a_message_that_comes_a_byte_at_a_time_within_one_call) {
   static int peer;
   static std::string rest;
@@ -147,6 +156,18 @@ TEST_F(Framing, cuts_lines_in_place_and_consumes_them_before_the_handler_runs) {
   };
   EXPECT_EQ(platform_get_one_message(ours, check, nullptr, 0), 1);
   EXPECT_EQ(unconsumed(), "more");
+}
+
+TEST_F(Framing, cuts_nothing_before_the_message) {
+  memcpy(gMsgBuf->pBuf, "before", 6);
+  gMsgBuf->p1 = gMsgBuf->p2 = gMsgBuf->pBuf + 6;
+  peer_sends("A\r\n\r\n");
+  const auto check = [](int, char *first, char **) {
+    EXPECT_STREQ(first - 6, "beforeA");
+    return 1;
+  };
+  EXPECT_EQ(platform_get_one_message(ours, check, nullptr, 0), 1);
+  EXPECT_EQ(unconsumed(), "");
 }
 
 TEST_F(Framing, dispatches_every_complete_message_and_ignores_the_results) {

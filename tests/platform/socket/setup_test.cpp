@@ -511,6 +511,18 @@ TEST_F(Connecting, fails_when_the_lookup_fails) {
   close(listening);
 }
 
+TEST_F(Connecting, tells_by_errno_why_the_lookup_failed) {
+  lookup::fail(EAI_NONAME);
+  errno = EMFILE;
+  EXPECT_EQ(platform_sock_connect("nowhere", port), -1);
+  EXPECT_EQ(errno, EADDRNOTAVAIL);
+  lookup::fail(EAI_SYSTEM); // with what the system says in errno
+  errno = EMFILE;
+  EXPECT_EQ(platform_sock_connect("nowhere", port), -1);
+  EXPECT_EQ(errno, EMFILE);
+  close(listening);
+}
+
 TEST_F(Connecting, fails_at_a_port_that_does_not_exist) {
   const size_t asked = lookup::record.asked.size();
   for (const int beyond : {-1, 65536, port + 65536, port - 65536, INT_MAX, INT_MIN}) {
