@@ -209,6 +209,10 @@ TEST_F(Operation, executes_a_program_with_the_operands_as_its_arguments) {
                 "ORV_DEBUG_PROMPT=debug prog\nORV_EXE=/opt/x/prog\nORV_EXE_PARMS=a b\n");
 }
 
+TEST_F(Operation, executes_a_program_without_arguments) {
+  EXPECT_EQ(carry_out("exec /bin/echo").out, "\n");
+}
+
 TEST_F(Operation, executes_without_a_shell) {
   EXPECT_EQ(carry_out("exec /bin/echo $ORV_EXE; 'x'").out, "$ORV_EXE; 'x'\n");
 }

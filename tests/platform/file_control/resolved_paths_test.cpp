@@ -42,6 +42,13 @@ TEST_F(WorkingDirectory, just_fits_a_buffer_of_its_size_and_no_smaller_one) {
   EXPECT_EQ(errno, ERANGE);
 }
 
+TEST_F(WorkingDirectory, does_not_fit_a_buffer_of_one_byte) {
+  char buffer[] = "#";
+  errno = 0;
+  EXPECT_EQ(platform_get_cwd(buffer, 1), nullptr);
+  EXPECT_EQ(errno, ERANGE);
+}
+
 TEST_F(WorkingDirectory, is_refused_to_a_buffer_without_size) {
   char buffer[] = "#";
   for (int size : {0, -1, -4096}) {
