@@ -116,6 +116,7 @@ TEST_F(Format, is_the_systems_for_a_null_text) {
 
 TEST_F(Format, does_without_the_system_for_plain_conversions_whether_they_fit_or_not) {
   EXPECT_EQ(effort_of(100, "%s %d %u %ld %lu %%", "text", 1, 2U, 3L, 4UL), 0);
+  EXPECT_EQ(effort_of(5, "%s", ""), 0);
   EXPECT_EQ(effort_of(5, "%s", "four"), 0);
   EXPECT_EQ(effort_of(4, "%s", "four"), 0);
   EXPECT_EQ(effort_of(1, "%ld%%", 1234567890123L), 0);

@@ -450,6 +450,18 @@ TEST_F(TextBuffer, of_a_message_within_a_long_one_comes_from_the_heap) {
   EXPECT_EQ(warn.text(), "Warning: within 1\n");
 }
 
+TEST_F(TextBuffer, of_a_message_within_another_is_the_area_while_10000_bytes_are_left) {
+  for (const auto &[length, allocations] : {std::pair{6383U, 0L}, {6384U, 1L}}) {
+    Effort within{};
+    info.on_write = [&] {
+      info.on_write = nullptr;
+      within = effort_of([] { msg_warn("within %d", 1); });
+    };
+    msg_print_raw("%s", std::string(length, 'x').c_str());
+    EXPECT_EQ(within.allocations, allocations) << length;
+  }
+}
+
 TEST_F(TextBuffer, takes_9998_characters_at_once) {
   const std::string text(9998, 'x');
   const Effort effort = effort_of([&] { msg_print_raw("%1s", text.c_str()); });
@@ -489,6 +501,19 @@ TEST_F(TextBuffer, is_taken_once_for_a_long_text_that_stands_alone_and_given_bac
     const Effort effort = effort_of([&] { msg_print("%s", text.c_str()); });
     EXPECT_EQ(info.text(), text + "\n");
     EXPECT_EQ(effort.last_allocation, length + 2);
+  }
+}
+
+TEST_F(TextBuffer, takes_a_long_text_with_any_character_beside_it) {
+  const std::string text(10000, 'x');
+  for (char character = ' '; character <= '~'; character++) {
+    if (character == '%' || character == '$')
+      continue; // which mean something in a format
+    const std::string beside(1, character);
+    info.forget();
+    msg_print_raw((beside + "%s\n").c_str(), text.c_str());
+    msg_print_raw(("%s" + beside + "\n").c_str(), text.c_str());
+    EXPECT_EQ(info.text(), beside + text + "\n" + text + beside + "\n");
   }
 }
 
@@ -601,6 +626,18 @@ TEST_F(TextBuffer, that_is_refused_serves_messages_within_messages) {
   msg_print_raw("%s %d", "around", 2);
   EXPECT_EQ(info.text(), "around 2");
   EXPECT_EQ(warn.text(), "Warning: within 1\n");
+}
+
+TEST_F(TextBuffer, that_is_refused_within_a_message_from_the_heap_keeps_as_much) {
+  const std::string text(20000, 'x');
+  info.on_write = [&] {
+    info.on_write = nullptr;
+    support::refuse("malloc", ENOMEM);
+    msg_warn("%s", text.c_str());
+  };
+  msg_print_raw("%s", text.c_str());
+  EXPECT_EQ(warn.text(), "Warning: " + text.substr(0, 16383) + "\n");
+  EXPECT_EQ(info.text(), text);
 }
 
 TEST_F(TextBuffer, that_is_refused_beside_a_long_message_serves_an_empty_text) {

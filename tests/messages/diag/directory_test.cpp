@@ -123,6 +123,14 @@ TEST_F(ProcessLog, takes_the_longest_login_name) {
   EXPECT_THAT(files(), ElementsAre(name_for(longest)));
 }
 
+TEST_F(ProcessLog, takes_a_login_name_of_255_bytes_though_no_file_may_bear_it) {
+  const std::string longest(255, 'n');
+  support::set_login_name(longest.c_str());
+  diag_set_dir(folder.c_str());
+  EXPECT_EQ(support::last_path_opened(), path(name_for(longest)));
+  EXPECT_EQ(destinations().count, 0);
+}
+
 TEST_F(ProcessLog, takes_a_login_name_that_no_system_gives_for_a_missing_one) {
   const std::string endless(256, 'n');
   support::set_login_name(endless.c_str());

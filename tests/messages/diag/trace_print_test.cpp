@@ -186,6 +186,17 @@ TEST_F(TracePrint, forces_each_stream_to_disk_with_the_sync_flag) {
   _msg_get_stream_desc(MSG_DIAG)->sync = 0;
 }
 
+TEST_F(TracePrint, of_an_empty_text_forces_to_disk_what_was_kept_back) {
+  trace_to_file();
+  msg_set_sync(MSG_DIAG, 1);
+  fputs("kept back", destinations().streams[0]);
+  const long synced = support::calls("fsync");
+  diag_printf("%s", "");
+  EXPECT_EQ(std::filesystem::file_size(path("trace")), 9U);
+  EXPECT_EQ(support::calls("fsync"), synced + 1);
+  _msg_get_stream_desc(MSG_DIAG)->sync = 0;
+}
+
 TEST_F(TracePrint, flushes_a_stream_before_it_is_forced_to_disk) {
   static long synced_at_write;
   FILE *stream = fopencookie(nullptr, "w",
