@@ -86,6 +86,27 @@ TEST_F(Effort, is_level_for_a_message_that_comes_a_byte_at_a_time) {
   close(ends[1]);
 }
 
+TEST_F(Effort, is_not_taken_again_after_a_receive_that_brought_nothing) {
+  static int peer;
+  static int ended;
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  close(ends[1]);
+  ended = ends[0];
+  peer = theirs;
+  const auto receive_nothing = [] {
+    EXPECT_EQ(platform_recv_messages(ended), 0);
+    if (idle_calls++ == 1)
+      write_whole(peer, kEnd);
+  };
+  install(10000);
+  searched = {};
+  peer_sends(std::string(1000, 'x'));
+  EXPECT_EQ(platform_get_one_message(ours, keep, receive_nothing, 1), 1);
+  EXPECT_LE(searched.bytes, 1000 + kEnd.size());
+  close(ended);
+}
+
 TEST_F(Effort, is_taken_again_after_an_idle_callback_reset_the_buffer) {
   static bool done;
   done = false;
