@@ -14,7 +14,7 @@ SWAPPED = {
 OPERATOR = re.compile(r" (?:<=|>=|==|!=|&&|\|\||<|>|\+=|-=|\+|-) |\+\+|--|\btrue\b|\bfalse\b")
 NEGATION = re.compile(r"(?<![\w!=])!(?=[\w(:])")
 NUMBER = re.compile(r"(?<![\w.])(\d+)(?![\w.])")
-RESULT = re.compile(r"\breturn (?!true;|false;|\{|\d+;)([^;]+);")
+RESULT = re.compile(r"\breturn (?!true;|false;|nullptr;|\{|\d+;)([^;]+);")
 # Lines that make no code of their own, or that only a compiler reads.
 PASSED_OVER = re.compile(r"\s*(?:#|static_assert|namespace |using |template|\[\[gnu::|asm|__asm__)")
 
