@@ -120,14 +120,18 @@ TEST_F(Terminal, shows_progress_when_it_is_standard_error_only) {
     dup2(slave, STDERR_FILENO);
     become_survey({tree.path});
   });
-  // Read while the other end is open: what was written may be on its way still.
+  // Read while the other end is open: what was written, or its end, may be on its way still.
+  std::string written;
   char piece[4096];
-  pollfd written = {.fd = master, .events = POLLIN, .revents = 0};
-  const ssize_t got = poll(&written, 1, 20000) == 1 ? read(master, piece, sizeof piece) : 0;
+  pollfd arrived = {.fd = master, .events = POLLIN, .revents = 0};
+  while (written.find("100%") == std::string::npos && poll(&arrived, 1, 20000) == 1) {
+    const ssize_t got = read(master, piece, sizeof piece);
+    ASSERT_GT(got, 0);
+    written.append(piece, static_cast<size_t>(got));
+  }
   close(slave);
   close(master);
-  ASSERT_GT(got, 0);
-  EXPECT_THAT(std::string(piece, static_cast<size_t>(got)), HasSubstr("Counted 2 of 2 files"));
+  EXPECT_THAT(written, HasSubstr("Counted 2 of 2 files"));
   EXPECT_THAT(outcome.out, HasSubstr(tree.at(kLongName) + "\n"));
   EXPECT_THAT(outcome.out, testing::StartsWith("lines"));
 }
