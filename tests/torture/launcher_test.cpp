@@ -227,6 +227,17 @@ TEST_F(Torture, SweepsEveryCallUntilNoneIsLeft) {
   EXPECT_EQ(outcome.exit_status, 1);
 }
 
+TEST_F(Torture, SparseSweepsLeaveOutMoreAndMoreCalls) {
+  EXPECT_EQ(lines_of(sweep("kill", "ten-calls", {"--sparse"})),
+            "kill:1         EPERM        exit 0   kill from torture_victim\n"
+            "kill:2         EPERM        exit 0   kill from torture_victim\n"
+            "kill:3         EPERM        exit 0   kill from torture_victim\n"
+            "kill:5         EPERM        exit 0   kill from torture_victim\n"
+            "kill:8         EPERM        exit 0   kill from torture_victim\n"
+            "orv-torture: 5 runs with a refusal: 5 in order, 0 ended by a signal, 0 hung, 0 with "
+            "another status\n");
+}
+
 TEST_F(Torture, SweepsInEveryWayOfAKind) {
   const Outcome outcome = sweep("read,malloc", "read");
   EXPECT_EQ(lines_of(outcome),

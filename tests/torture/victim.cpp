@@ -194,6 +194,11 @@ void trust_the_second_block() {
   static_cast<char volatile *>(block)[0] = 'a';
 }
 
+void make_ten_calls() {
+  for (int i = 0; i < 10; i++)
+    kill(getpid(), 0);
+}
+
 void wait_for_ever_without_a_file() {
   while (fopen("/dev/null", "r") == nullptr)
     pause();
@@ -243,6 +248,7 @@ constexpr struct {
 } kBehaviours[] = {
     {"nothing", [] {}},
     {"second-block", trust_the_second_block},
+    {"ten-calls", make_ten_calls},
     {"for-ever", wait_for_ever_without_a_file},
     {"open-file", forget_to_close},
     {"zombie", forget_a_child},

@@ -29,6 +29,7 @@ Runs a dynamically linked program and refuses calls that it makes of the C libra
   --children         count and refuse in all processes that the program starts; without it in the
                      first process alone
   --onward           in a sweep: refuse the Nth call and all that follow
+  --sparse           in a sweep: refuse the 1st, 2nd, 3rd, 5th, 8th ... call, fewer and fewer
   --limit SECONDS    kill a run that takes longer; 0 for no limit, which --fail begins with; a sweep
                      begins with 10
   --accept STATUS,.. the exit statuses that are in order in a sweep; without it all are
@@ -145,6 +146,7 @@ enum Option {
   kOnly,
   kChildren,
   kOnward,
+  kSparse,
   kLimit,
   kAccept,
   kQuiet,
@@ -153,12 +155,19 @@ enum Option {
 };
 
 constexpr option kOptions[] = {
-    {"fail", required_argument, nullptr, kFail},   {"sweep", required_argument, nullptr, kSweep},
-    {"errno", required_argument, nullptr, kErrno}, {"only", required_argument, nullptr, kOnly},
-    {"children", no_argument, nullptr, kChildren}, {"onward", no_argument, nullptr, kOnward},
-    {"limit", required_argument, nullptr, kLimit}, {"accept", required_argument, nullptr, kAccept},
-    {"quiet", no_argument, nullptr, kQuiet},       {"list", no_argument, nullptr, kList},
-    {"help", no_argument, nullptr, kHelpOption},   {nullptr, 0, nullptr, 0},
+    {"fail", required_argument, nullptr, kFail},
+    {"sweep", required_argument, nullptr, kSweep},
+    {"errno", required_argument, nullptr, kErrno},
+    {"only", required_argument, nullptr, kOnly},
+    {"children", no_argument, nullptr, kChildren},
+    {"onward", no_argument, nullptr, kOnward},
+    {"sparse", no_argument, nullptr, kSparse},
+    {"limit", required_argument, nullptr, kLimit},
+    {"accept", required_argument, nullptr, kAccept},
+    {"quiet", no_argument, nullptr, kQuiet},
+    {"list", no_argument, nullptr, kList},
+    {"help", no_argument, nullptr, kHelpOption},
+    {nullptr, 0, nullptr, 0},
 };
 
 void read_option(int found, Options &options) {
@@ -177,6 +186,9 @@ void read_option(int found, Options &options) {
     return;
   case kOnward:
     options.order.onward = true;
+    return;
+  case kSparse:
+    options.sparse = true;
     return;
   case kLimit:
     options.limit = read_limit(optarg);

@@ -16,6 +16,7 @@ constexpr int kMostStatuses = 256;
 
 struct Options {
   bool sweeps;                  // or refuses one call of one run
+  bool sparse;                  // a sweep leaves out more and more calls
   bool swept[kKindCount];       // the kinds to go through
   Order order;                  // of the one run; its way is 0 while none was named
   double limit;                 // seconds that a run may take; 0: for ever

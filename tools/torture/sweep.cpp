@@ -91,7 +91,11 @@ void refuse_each(Sweep &sweep, Kind kind, int way) {
   order.refuses = true;
   order.kind = kind;
   order.way = way;
-  for (order.number = 1; refuse_one(sweep, order); order.number++) {
+  uint64_t before = 1; // the number that a sparse sweep adds to find the next one
+  for (order.number = 1; refuse_one(sweep, order);) {
+    const uint64_t number = order.number;
+    order.number += sweep.options.sparse ? before : 1;
+    before = number;
   }
 }
 
