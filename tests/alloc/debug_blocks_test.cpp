@@ -66,6 +66,7 @@ TEST_F(Blocks, are_filled_when_allocated) {
   for (void *block : {orv_malloc(7, "f", "p"), orv_malloc_if_room(7),
                       orv_malloc_at(7, "M", 1, "x.c"), orv_realloc(nullptr, 7, "f", "p"),
                       orv_realloc_if_room(nullptr, 7), orv_realloc_at(nullptr, 7, "M", 1, "x.c")}) {
+    ASSERT_NE(block, nullptr);
     EXPECT_TRUE(all_bytes_are(block, 7, 0xAB));
     release(block);
   }
@@ -74,6 +75,7 @@ TEST_F(Blocks, are_filled_when_allocated) {
 TEST_F(Blocks, of_calloc_are_zero_all_the_same) {
   for (void *block :
        {orv_calloc(7, 3, "f", "p"), orv_calloc_if_room(7, 3), orv_calloc_at(7, 3, "M", 1, "x.c")}) {
+    ASSERT_NE(block, nullptr);
     EXPECT_EQ(support::last_size("malloc"), 36U);
     EXPECT_TRUE(all_bytes_are(block, 21, 0));
     release(block);

@@ -109,6 +109,7 @@ TEST_F(Refusals, a_located_call_is_told_by_its_place_whatever_the_error) {
 
 TEST_F(Refusals, a_refused_resize_is_told_and_leaves_the_block) {
   void *block = orv_malloc(8, "f", "p");
+  ASSERT_NE(block, substitute);
   memcpy(block, "1234567", 8);
   EXPECT_EQ(refused_with(ENOMEM, [=] { return orv_realloc(block, 80, "f", "p"); }), substitute);
   EXPECT_EQ(told_message, "f (via orv_realloc): Not enough memory to allocate 80 bytes for p.");
@@ -142,6 +143,7 @@ TEST_F(Refusals, a_join_tells_each_of_its_three_refusals) {
 
 TEST_F(Refusals, calls_for_where_there_is_room_answer_null_on_enomem_alone) {
   void *block = orv_malloc(8, "f", "p");
+  ASSERT_NE(block, substitute);
   times_told = 0;
   EXPECT_EQ(refused_with(ENOMEM, [] { return orv_malloc_if_room(10); }), nullptr);
   EXPECT_EQ(errno, ENOMEM);

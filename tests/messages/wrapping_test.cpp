@@ -259,14 +259,14 @@ TEST_F(Wrapping, looks_at_a_text_without_newlines_once) {
 
 TEST_F(Wrapping, looks_at_a_text_without_blanks_once) {
   const std::string text(4000000, 'x');
-  EXPECT_EQ(wrapped(78, "> ", text), "> " + text);
+  EXPECT_TRUE(wrapped(78, "> ", text) == "> " + text);
 }
 
 TEST_F(Wrapping, looks_at_short_lines_once) {
   std::string text;
   while (text.size() < 1000000)
     text += "x\n";
-  EXPECT_EQ(wrapped(78, "", text), text);
+  EXPECT_TRUE(wrapped(78, "", text) == text); // showing the difference would take minutes
 }
 
 } // namespace

@@ -101,13 +101,14 @@ TEST_F(SocketRecipes, keep_periodic_signals_away_while_waiting_for_a_connection)
   platform_sock_close(listening);
 }
 
-// A child that sends its parent a number of signals.
+// A child that sends its parent a number of signals, and nobody else when that has gone.
 pid_t start_pestering() {
+  const pid_t parent = getpid();
   const pid_t pid = fork();
   if (pid != 0)
     return pid;
-  for (int signals = 0; signals < 50; signals++) {
-    kill(getppid(), SIGUSR1);
+  for (int signals = 0; signals < 50 && getppid() == parent; signals++) {
+    kill(parent, SIGUSR1);
     usleep(1000);
   }
   _exit(0);

@@ -170,6 +170,26 @@ constexpr option kOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
+// What is on when it is named.
+void read_switch(int found, Options &options) {
+  switch (found) {
+  case kChildren:
+    options.order.children = true;
+    return;
+  case kOnward:
+    options.order.onward = true;
+    return;
+  case kSparse:
+    options.sparse = true;
+    return;
+  case kQuiet:
+    options.quiet = true;
+    return;
+  default: // getopt_long has said what is wrong
+    exit(kUsageError);
+  }
+}
+
 void read_option(int found, Options &options) {
   switch (found) {
   case kFail:
@@ -181,30 +201,18 @@ void read_option(int found, Options &options) {
     return;
   case kOnly:
     return add_object(optarg, options.order);
-  case kChildren:
-    options.order.children = true;
-    return;
-  case kOnward:
-    options.order.onward = true;
-    return;
-  case kSparse:
-    options.sparse = true;
-    return;
   case kLimit:
     options.limit = read_limit(optarg);
     return;
   case kAccept:
     return read_statuses(optarg, options.accepted);
-  case kQuiet:
-    options.quiet = true;
-    return;
   case kList:
     print_kinds();
   case kHelpOption:
     fputs(kHelp, stdout);
     exit(0);
-  default: // getopt_long has said what is wrong
-    exit(kUsageError);
+  default:
+    return read_switch(found, options);
   }
 }
 

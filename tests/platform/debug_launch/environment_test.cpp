@@ -42,7 +42,7 @@ TEST_F(Environment, hands_its_own_block_to_the_environment) {
   platform_setenv("LAUNCH_TEST", value);
   EXPECT_EQ(support::last_size("malloc"), sizeof "LAUNCH_TEST=before");
   value[0] = 'X';
-  EXPECT_THAT(getenv("LAUNCH_TEST"), StrEq("before"));
+  ASSERT_THAT(getenv("LAUNCH_TEST"), StrEq("before"));
   getenv("LAUNCH_TEST")[0] = 'B'; // the block is the environment's, and may be written to
   EXPECT_THAT(getenv("LAUNCH_TEST"), StrEq("Before"));
   expect_blocks_left(1);
@@ -50,6 +50,7 @@ TEST_F(Environment, hands_its_own_block_to_the_environment) {
 
 TEST_F(Environment, never_frees_what_a_caller_may_still_hold) {
   platform_setenv("LAUNCH_TEST", "first");
+  ASSERT_THAT(getenv("LAUNCH_TEST"), StrEq("first"));
   static const char *held; // keeps the block known to a leak checker
   held = getenv("LAUNCH_TEST") - strlen("LAUNCH_TEST=");
   platform_setenv("LAUNCH_TEST", "second");

@@ -172,7 +172,7 @@ TEST_F(Listing, leaves_the_two_copies_of_the_join_for_a_directory_without_a_slas
   expect_blocks_left(2);
   make_file("file");
   platform_file_list_t list = {};
-  EXPECT_EQ(platform_list_dir(folder.c_str(), "*", &list), 1);
+  ASSERT_EQ(platform_list_dir(folder.c_str(), "*", &list), 1);
   EXPECT_EQ(list.paths[0], in("file"));
   platform_free_dir_list(&list);
 }

@@ -420,6 +420,7 @@ TEST_F(Alive, is_the_companion_until_it_ends) {
   platform_pair_handle *ph = open_companion("echo");
   EXPECT_EQ(platform_pair_companion_alive(ph), 1);
   EXPECT_EQ(platform_pair_child_exit_status(ph), 256);
+  ASSERT_GT(platform_pair_companion_pid(ph), 0);
   kill(platform_pair_companion_pid(ph), SIGKILL);
   await_end(platform_pair_companion_pid(ph));
   EXPECT_EQ(platform_pair_child_term_signal(ph), 0) << "not looked at yet";

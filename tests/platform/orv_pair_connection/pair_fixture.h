@@ -19,6 +19,7 @@
 #include <orv/msg.h>
 #include <orv/platform.h>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -118,6 +119,8 @@ struct Sockets {
 // A handle over a descriptor, without a process behind it; close it with platform_pair_close.
 inline platform_pair_handle *make_handle(int fd, int side = 1, int kind = 12) {
   auto *ph = static_cast<platform_pair_handle *>(malloc(sizeof(platform_pair_handle)));
+  if (ph == nullptr)
+    throw std::runtime_error("no handle");
   *ph = {};
   ph->side = side;
   ph->kind = kind;

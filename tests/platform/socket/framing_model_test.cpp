@@ -178,7 +178,7 @@ TEST_F(Interfering, notices_a_message_that_was_dispatched_and_followed_by_as_man
 
 TEST_F(Interfering, goes_on_in_a_buffer_that_was_installed_meanwhile) {
   static platform_msgbuf *other;
-  other = platform_msgbuf_create(1000);
+  other = created(1000);
   memcpy(other->pBuf, "other\r\n", 7);
   other->p2 += 7;
   EXPECT_EQ(get_one("one\r\n", {"", "two\r\n\r\n"}, [] { platform_set_message_buffer(other); }), 1);

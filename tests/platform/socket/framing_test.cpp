@@ -273,7 +273,7 @@ class Replacing : public Framing {
 protected:
   void SetUp() override {
     Framing::SetUp();
-    replacement = platform_msgbuf_create(4096);
+    replacement = created(4096);
     memcpy(replacement->pBuf, "goneX\r\n\r\n", 9);
     replacement->p1 = replacement->pBuf + 4;
     replacement->p2 = replacement->pBuf + 9;
@@ -465,7 +465,7 @@ TEST(MessageBuffer, is_not_installed_at_first) {
 TEST_F(Framing, creates_an_empty_buffer_with_the_systems_allocator) {
   uninstall();
   const long blocks = support::live_blocks();
-  platform_msgbuf *buffer = platform_msgbuf_create(100);
+  platform_msgbuf *buffer = created(100);
   EXPECT_EQ(support::live_blocks(), blocks + 2);
   EXPECT_EQ(support::last_size("malloc"), 100U);
   EXPECT_EQ(buffer->len, 100);
@@ -477,7 +477,7 @@ TEST_F(Framing, creates_an_empty_buffer_with_the_systems_allocator) {
 }
 
 TEST_F(Framing, makes_a_buffer_of_capacity_0_of_a_negative_one) {
-  platform_msgbuf *buffer = platform_msgbuf_create(-5);
+  platform_msgbuf *buffer = created(-5);
   EXPECT_EQ(buffer->len, 0);
   EXPECT_EQ(buffer->p1, buffer->pBuf);
   EXPECT_EQ(buffer->p2, buffer->pBuf);
@@ -508,7 +508,7 @@ TEST_F(Framing, frees_null_and_a_record_without_storage) {
 }
 
 TEST_F(Framing, installs_a_buffer_without_freeing_the_one_before) {
-  platform_msgbuf *other = platform_msgbuf_create(10);
+  platform_msgbuf *other = created(10);
   const long blocks = support::live_blocks();
   platform_set_message_buffer(other);
   EXPECT_EQ(gMsgBuf, other);

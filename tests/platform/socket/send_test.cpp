@@ -259,8 +259,8 @@ TEST_F(Sending, sends_no_second_line_after_a_first_that_failed) {
 TEST_F(Sending, returns_to_its_own_receiver_what_was_sent) {
   install(100000);
   const std::string y(kLongest + 1, 'y');
-  platform_sock_send_message(theirs, "first", "second", y.c_str(), "last", nullptr);
-  platform_sock_send_message(theirs, "", nullptr);
+  ASSERT_EQ(platform_sock_send_message(theirs, "first", "second", y.c_str(), "last", nullptr), 1);
+  ASSERT_EQ(platform_sock_send_message(theirs, "", nullptr), 1);
   EXPECT_EQ(platform_get_one_message(ours, keep, nullptr, 1), 1);
   EXPECT_EQ(platform_get_one_message(ours, keep, nullptr, 1), 1);
   EXPECT_THAT(handled, testing::ElementsAre(Lines{"first", "second", y, "last"}, Lines{""}));

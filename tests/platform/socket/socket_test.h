@@ -8,6 +8,7 @@
 #include <cstring>
 #include <gmock/gmock.h>
 #include <orv/platform.h>
+#include <stdexcept>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -73,6 +74,14 @@ inline std::string read_waiting(int fd) {
   return bytes;
 }
 
+// A fresh buffer: without it a test has nothing to go on with.
+inline platform_msgbuf *created(int capacity) {
+  platform_msgbuf *buffer = platform_msgbuf_create(capacity);
+  if (buffer == nullptr)
+    throw std::runtime_error("no message buffer");
+  return buffer;
+}
+
 class SocketTest : public support::ResourceTest {
 protected:
   void SetUp() override {
@@ -96,7 +105,7 @@ protected:
   // Installs a fresh buffer whose storage is filled with `stale` bytes.
   platform_msgbuf *install(int capacity, char stale = '?') {
     uninstall();
-    installed = platform_msgbuf_create(capacity);
+    installed = created(capacity);
     memset(installed->pBuf, stale, static_cast<size_t>(capacity));
     platform_set_message_buffer(installed);
     return installed;
