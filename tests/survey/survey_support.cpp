@@ -24,7 +24,10 @@ FolderTree::~FolderTree() {
 }
 
 void FolderTree::add_file(const std::string &name, const std::string &contents) const {
-  std::ofstream(at(name), std::ios::binary) << contents;
+  // A survey that is watching sees the file whole or not at all.
+  const std::string aside = path + ".new";
+  std::ofstream(aside, std::ios::binary) << contents;
+  std::filesystem::rename(aside, at(name));
 }
 
 void FolderTree::add_folder(const std::string &name) const {
