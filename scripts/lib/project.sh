@@ -89,7 +89,7 @@ die() {
 is_present() {
   case $1 in
     /*) [ -e "$1" ] ;;
-    host:*) getent ahostsv4 "${1#host:}" | grep -q '^127\.' ;;
+    host:*) grep -q '^127\.' <<<"$(getent ahostsv4 "${1#host:}")" ;;
     *) command -v "$1" >/dev/null ;;
   esac
 }

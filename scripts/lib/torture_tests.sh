@@ -53,7 +53,7 @@ swept() {
   TORTURE_REPORT="$log.report" "$tool" --sweep all --sparse --children --limit "$limit" \
     --only liborv_testable.so -- "$1" "--gtest_filter=$2" >"$log.log" 2>&1 || true
   grep -q ' runs with a refusal: ' -- "$log.log" && [ ! -e "$log.report" ] &&
-    ! grep -v '^waitpid:' -- "$log.log" | grep -qE "$wrong" && return
+    ! grep -qE "$wrong" <<<"$(grep -v '^waitpid:' -- "$log.log")" && return
   printf '%s: %s\n' "${1##*/}" "$2"
   grep -E "$wrong|^orv-torture: " -- "$log.log" || true
   cat -- "$log.report" 2>/dev/null || true

@@ -12,5 +12,5 @@ expect_equal "an intact handle, one that was not opened, a copy" "$(cat own)" \
   "$(sed -n 1,3p <<<"$answers")"
 expect_equal "a buffer" 'message buffer of 100 bytes; 5 consumed; 5 waiting: ""B"\r\n"' \
   "$(sed -n 4p <<<"$answers")"
-sed -n 5p <<<"$answers" | grep -q '^message buffer corrupt: 0x' || fail "a broken buffer: $answers"
-sed -n 6p <<<"$answers" | grep -q 'companion_pid = [0-9]' || fail "the fields of a handle: $answers"
+grep -q '^message buffer corrupt: 0x' <<<"$(sed -n 5p <<<"$answers")" || fail "a broken buffer: $answers"
+grep -q 'companion_pid = [0-9]' <<<"$(sed -n 6p <<<"$answers")" || fail "the fields of a handle: $answers"

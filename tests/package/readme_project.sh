@@ -54,7 +54,7 @@ else
   prints_what_is_shown "$commands"
   "$CMAKE" build -D BUILD_SHARED_LIBS=ON
   prints_what_is_shown "$commands"
-  ldd build/hello | grep -q 'liborv\.so\.1 => ' || fail "the shared library was not linked"
+  grep -q 'liborv\.so\.1 => ' <<<"$(ldd build/hello)" || fail "the shared library was not linked"
 fi
 if [ "$language" = c ] && ldd "$(find . -name hello -type f)" | grep -F libstdc++; then
   fail "a program in C needs the run-time library of C++"

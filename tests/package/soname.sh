@@ -9,5 +9,5 @@ expect_equal "SONAME" liborv.so.1 "$soname"
 
 folder=$(fresh_folder "soname")
 compile_with_pkg_config "$folder/program" "$here/project_c/program.c" "$libdir/pkgconfig"
-readelf -d "$folder/program" | grep -qF 'Shared library: [liborv.so.1]' ||
+grep -qF 'Shared library: [liborv.so.1]' <<<"$(readelf -d "$folder/program")" ||
   fail "the program does not ask for liborv.so.1"
