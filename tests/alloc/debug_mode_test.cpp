@@ -1,6 +1,7 @@
 // The debug mode as a whole: switching it on, verifying the heap, announcing releases, and the
 // calls that need it.
 #include "alloc/alloc_test.h"
+#include "alloc/optimised_caller.h"
 
 #include <climits>
 #include <cstdint>
@@ -203,8 +204,23 @@ TEST_F(Mode, 2_tells_a_bad_block_itself_before_it_verifies_the_others) {
 TEST_F(Mode, 2_passes_over_trivial_calls_and_null) {
   expect_quiet_success(call_in_damaged_heap([](char *) {
     (void)!orv_malloc(0, "g", "q");
+    (void)!orv_calloc(0, 3, "g", "q");
+    (void)!orv_calloc(3, 0, "g", "q");
+    (void)!orv_strdup(nullptr, "g", "q");
+    (void)!orv_realloc(nullptr, 0, "g", "q");
     release(nullptr);
   }));
+}
+
+TEST_F(Mode, 2_sees_what_an_optimised_caller_does_to_a_block) {
+  const Outcome outcome = run_in_debug_mode([] { overrun_text(4); }, ORV_MALLOC_VERIFY_HEAP);
+  EXPECT_EQ(masked(outcome.err),
+            "Warning: The pointer 0xADDRESS referenced data that was corrupted at the end.  The "
+            "pointer was allocated by orv_strdup with a length of 4.  The storage was allocated in "
+            "the function f for p.  \n"
+            "Error: orv_malloc: The heap was corrupted. (Currently inside of g, allocating storage "
+            "for q)\n");
+  EXPECT_EQ(outcome.exit_status, 1);
 }
 
 TEST_F(Mode, 1_does_not_look_at_other_blocks) {

@@ -1,6 +1,7 @@
 // What happens when the system refuses storage: the sentence, the failure handler, the calls that
 // answer null.
 #include "alloc/alloc_test.h"
+#include "alloc/optimised_caller.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -131,6 +132,12 @@ TEST_F(Refusals, the_handlers_result_is_the_calls_result_untouched) {
   EXPECT_TRUE(substitute_is_untouched());
   substitute = nullptr;
   EXPECT_EQ(refused_with(ENOMEM, [] { return orv_malloc(10, "f", "p"); }), nullptr);
+}
+
+TEST_F(Refusals, the_handlers_result_is_known_to_an_optimised_caller) {
+  EXPECT_TRUE(refused_with(ENOMEM, [] { return malloc_gives_what_was_lent(); }));
+  EXPECT_TRUE(refused_with(ENOMEM, [] { return strdup_gives_what_was_lent(); }));
+  EXPECT_EQ(refused_with(ENOMEM, [] { return written_through_a_lent_block('n'); }), 'n');
 }
 
 TEST_F(Refusals, a_join_tells_each_of_its_three_refusals) {

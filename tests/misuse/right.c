@@ -1,9 +1,23 @@
 /* What is unusual and right: no compiler has a word to say about it. */
+#include <glob.h>
+#include <stdarg.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <unistd.h>
+
+/* Names of attributes that a program has made its own. */
+#ifndef __cplusplus
+#include <stdnoreturn.h>
+#endif
+#define cold 1
+#define nonnull 2
+#define sentinel 3
+#define visibility 4
 #include <orv/alloc.h>
 #include <orv/diag.h>
 #include <orv/msg.h>
 #include <orv/platform.h>
-#include <unistd.h>
 
 void nulls_that_are_allowed(int sock);
 void nulls_that_are_allowed(int sock) {

@@ -56,17 +56,20 @@
 #include <stdint.h>
 
 #if defined(__GNUC__) || defined(__clang__)
-#define ORV_API __attribute__((visibility("default")))
+#define ORV_API __attribute__((__visibility__("default")))
 #define ORV_PRINTF(format_index, first_argument)                                                   \
-  __attribute__((format(printf, format_index, first_argument)))
-#define ORV_MUST_USE __attribute__((warn_unused_result))
-#define ORV_SIZED(index) __attribute__((alloc_size(index)))
+  __attribute__((__format__(__printf__, format_index, first_argument)))
+#define ORV_MUST_USE __attribute__((__warn_unused_result__))
+#define ORV_SIZED(index) __attribute__((__alloc_size__(index)))
 #define ORV_SIZED_PRODUCT(count_index, size_index)                                                 \
-  __attribute__((alloc_size(count_index, size_index)))
+  __attribute__((__alloc_size__(count_index, size_index)))
+/* Without an argument the attribute would promise two things that do not hold: that the result is
+ * no storage the program knows already, as a failure handler's is, and that nobody else reads a
+ * block, as debug mode does. */
 #if !defined(__clang__) && __GNUC__ >= 11
-#define ORV_NEW_BLOCK __attribute__((malloc, malloc(orv_free, 1)))
+#define ORV_NEW_BLOCK __attribute__((__malloc__(orv_free, 1)))
 #else
-#define ORV_NEW_BLOCK __attribute__((malloc))
+#define ORV_NEW_BLOCK
 #endif
 #else
 #define ORV_API
@@ -84,9 +87,10 @@
 #endif
 #if defined(__clang__) && !defined(ORV_BUILDING)
 #define ORV_NOT_NULL(index, parameter)                                                             \
-  __attribute__((diagnose_if(!(parameter), "null where " #parameter " may not be null", "warning")))
+  __attribute__((                                                                                  \
+      __diagnose_if__(!(parameter), "null where " #parameter " may not be null", "warning")))
 #elif defined(__GNUC__) && !defined(ORV_BUILDING)
-#define ORV_NOT_NULL(index, parameter) __attribute__((nonnull(index)))
+#define ORV_NOT_NULL(index, parameter) __attribute__((__nonnull__(index)))
 #else
 #define ORV_NOT_NULL(index, parameter)
 #endif
@@ -388,6 +392,10 @@ ORV_API uint32_t orv_malloc_bytes_requested(void);
  * handed out again or its record serves another block. The 8 bytes before any pointer that the
  * calls are given must be readable, or the process ends by a signal: so it does when a large block
  * is given back twice, whose memory the system has taken away.
+ *
+ * Compilers know the sizes of blocks. With _FORTIFY_SOURCE the C library itself ends the program at
+ * an overrun by one of its own calls (strcpy(), memset()), before debug mode can tell whose block
+ * it was: leave that out where overruns are looked for.
  * @{
  */
 

@@ -36,9 +36,9 @@
 #define ORV_DIAG_H
 
 #if defined(__GNUC__) || defined(__clang__)
-#define ORV_API __attribute__((visibility("default")))
+#define ORV_API __attribute__((__visibility__("default")))
 #define ORV_PRINTF(format_index, first_argument)                                                   \
-  __attribute__((format(printf, format_index, first_argument)))
+  __attribute__((__format__(__printf__, format_index, first_argument)))
 #else
 #define ORV_API
 #define ORV_PRINTF(format_index, first_argument)

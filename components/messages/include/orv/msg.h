@@ -45,10 +45,10 @@
 #include <stdio.h>
 
 #if defined(__GNUC__) || defined(__clang__)
-#define ORV_API __attribute__((visibility("default")))
+#define ORV_API __attribute__((__visibility__("default")))
 #define ORV_PRINTF(format_index, first_argument)                                                   \
-  __attribute__((format(printf, format_index, first_argument)))
-#define ORV_NORETURN __attribute__((noreturn, cold))
+  __attribute__((__format__(__printf__, format_index, first_argument)))
+#define ORV_NORETURN __attribute__((__noreturn__, __cold__))
 #else
 #define ORV_API
 #define ORV_PRINTF(format_index, first_argument)

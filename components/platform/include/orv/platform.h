@@ -11,16 +11,16 @@
 #include <stdio.h>
 
 #if defined(__GNUC__) || defined(__clang__)
-#define ORV_API __attribute__((visibility("default")))
-#define ORV_SENTINEL __attribute__((sentinel))
-#define ORV_MUST_USE __attribute__((warn_unused_result))
+#define ORV_API __attribute__((__visibility__("default")))
+#define ORV_SENTINEL __attribute__((__sentinel__))
+#define ORV_MUST_USE __attribute__((__warn_unused_result__))
 #else
 #define ORV_API
 #define ORV_SENTINEL
 #define ORV_MUST_USE
 #endif
 #if !defined(__clang__) && defined(__GNUC__) && __GNUC__ >= 11
-#define ORV_RELEASED_BY(function) __attribute__((malloc(function, 1)))
+#define ORV_RELEASED_BY(function) __attribute__((__malloc__(function, 1)))
 #else
 #define ORV_RELEASED_BY(function)
 #endif
@@ -33,17 +33,18 @@
 #endif
 #if defined(__clang__) && !defined(ORV_BUILDING)
 #define ORV_NOT_NULL(index, parameter)                                                             \
-  __attribute__((diagnose_if(!(parameter), "null where " #parameter " may not be null", "warning")))
+  __attribute__((                                                                                  \
+      __diagnose_if__(!(parameter), "null where " #parameter " may not be null", "warning")))
 #elif defined(__GNUC__) && !defined(ORV_BUILDING)
-#define ORV_NOT_NULL(index, parameter) __attribute__((nonnull(index)))
+#define ORV_NOT_NULL(index, parameter) __attribute__((__nonnull__(index)))
 #else
 #define ORV_NOT_NULL(index, parameter)
 #endif
 #if !defined(__clang__) && defined(__GNUC__) && __GNUC__ >= 11 && !defined(ORV_BUILDING)
 #define ORV_READS(pointer_index, size_index)                                                       \
-  __attribute__((access(read_only, pointer_index, size_index)))
+  __attribute__((__access__(__read_only__, pointer_index, size_index)))
 #define ORV_FILLS(pointer_index, size_index)                                                       \
-  __attribute__((access(write_only, pointer_index, size_index)))
+  __attribute__((__access__(__write_only__, pointer_index, size_index)))
 #else
 #define ORV_READS(pointer_index, size_index)
 #define ORV_FILLS(pointer_index, size_index)
