@@ -195,10 +195,12 @@ void print_record(const debug_info &record, int index, const char *mark) {
                   shown(record.fourth.purpose));
 }
 
+// Each record is copied, because the table may grow while a line goes out through streams of the
+// program's.
 Totals walk_live_records(bool verbose) {
   Totals totals = {};
   for (uint64_t i = 0; i < state.capacity; i++) {
-    const debug_info &record = state.records[i];
+    const debug_info record = state.records[i];
     if (!is_live(record))
       continue;
     const bool sound = is_aligned(record.ptr) && find_sound_record(record.ptr) != nullptr;

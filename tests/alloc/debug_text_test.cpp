@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <malloc.h>
 #include <sys/mman.h>
 
 using namespace alloc_test;
@@ -397,6 +398,38 @@ TEST_F(Texts, the_reports_total_is_a_signed_sum_of_32_bits) {
                 },
                 0),
             "orv_malloc_debug_report: 5 bytes allocated, 1 pointers (1 invalid or corrupted!)\n");
+}
+
+// A stream that allocates, the first time something is written to it, until the table has moved.
+bool has_allocated;
+
+ssize_t allocate_while_writing(void *, const char *, size_t size) {
+  for (int i = 0; i < 1024 && !has_allocated; i++)
+    (void)!block_of(1);
+  has_allocated = true;
+  return static_cast<ssize_t>(size);
+}
+
+TEST_F(Texts, the_report_goes_on_in_a_table_that_grows_while_it_is_written) {
+  const Outcome outcome = alloc_test::run_unwrapped([] {
+    mallopt(M_PERTURB, 0x5A);
+    orv_enable_malloc_debug(ORV_MALLOC_CHECK_PTR);
+    FILE *stream = fopencookie(
+        nullptr, "w",
+        {.read = nullptr, .write = allocate_while_writing, .seek = nullptr, .close = nullptr});
+    setvbuf(stream, nullptr, _IONBF, 0);
+    (void)!block_of(8);
+    msg_add_stream(MSG_INFO, stream);
+    orv_malloc_debug_report(1);
+  });
+  EXPECT_NE(masked(outcome.out)
+                .find("     0 0xADDRESS       8 orv_malloc           f                    p\n"
+                      "     1 0xADDRESS       1 orv_malloc           f                    p\n"),
+            std::string::npos)
+      << outcome.out;
+  EXPECT_NE(outcome.out.find("\norv_malloc_debug_report: 1032 bytes allocated, 1025 pointers\n"),
+            std::string::npos)
+      << outcome.out;
 }
 
 TEST_F(Texts, descriptions_and_reports_are_messages_and_wrapped_like_any) {
