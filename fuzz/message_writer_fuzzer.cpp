@@ -151,7 +151,7 @@ struct Message {
   std::string prefix;
   std::string text;
   bool is_last_head = false; // the prefix is what the library keeps for continuations
-  bool is_format = false;    // the text, so that it takes nothing of the area
+  bool is_format = false;    // the text, for want of storage: it takes nothing of the area
 };
 
 struct Model {
@@ -372,9 +372,9 @@ struct Model {
                                     m.text +
                                     "\" began with a dollar sign.  Use two dollar signs if you "
                                     "really want the string to begin a dollar sign."});
-    m.is_format = true;
     if (m.text[0] == '$')
       m.text.erase(0, 1);
+    m.is_format = m.text.size() > kMostAtFirst && library_run::refuses_storage;
     message(m);
   }
 

@@ -112,12 +112,17 @@ void switch_sync_on(int types) {
 
 int query_sync(int types) {
   int result = -2;
+  bool is_first = true;
   for (int index = 0; index < kTypeCount; index++) {
     if (!in_mask(types, index))
       continue;
     // Kept: the flag of a further type is compared with the query's own mode, which it never
     // equals, so that a query of several types answers -1 even when their flags are the same.
-    result = result == -2 ? state.streams[index].sync : -1;
+    if (is_first)
+      result = state.streams[index].sync;
+    else if (result >= 0)
+      result = -1;
+    is_first = false;
   }
   return result;
 }
@@ -130,6 +135,15 @@ msg_stream_desc *streams_of_type(int type) {
   if (index >= 0)
     return &state.streams[index];
   msg_fatal("Internal error (_msg_get_stream_desc): Unknown message type: %d", type);
+}
+
+bool every_stream_has_a_descriptor() {
+  const ErrnoGuard keep;
+  for (const msg_stream_desc &desc : state.streams)
+    for (int32_t i = 0; i < desc.count; i++)
+      if (fileno(desc.streams[i]) < 0)
+        return false;
+  return true;
 }
 
 } // namespace orv::messages

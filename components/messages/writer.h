@@ -23,7 +23,7 @@ struct Message {
 
 // writer_text.cpp
 
-// The text of a message: in the library's own area, in a heap block, or the format itself.
+// The text of a message: in the library's own area, in a heap block, or where the caller has it.
 struct Text {
   std::string_view characters;
   char *block; // null when the text is not in the heap

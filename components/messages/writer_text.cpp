@@ -1,8 +1,10 @@
 // The text of a message: the format expanded into the library's own area, or where that is too
-// small into a heap block that grows until the text fits. A long text by itself stays where it is.
+// small into a heap block that grows until the text fits. A long text by itself stays where it is,
+// where nothing can happen to it.
 #include "common/guards.h"
 #include "messages/format.h"
 #include "messages/state.h"
+#include "messages/streams.h"
 #include "messages/writer.h"
 
 #include <algorithm>
@@ -26,10 +28,11 @@ constexpr size_t kFirstSize = 10000;
   return kTextAreaSize - state.area_held;
 }
 
-// The free part of the area, or a heap block; null when the heap refuses.
+// The free part of the area, or a heap block; null when the heap refuses. Keeps errno.
 [[nodiscard]] char *take_buffer(size_t size) {
   if (size == kFirstSize && free_area_size() >= size)
     return free_area();
+  const ErrnoGuard keep;
   return static_cast<char *>(malloc(size));
 }
 
@@ -91,10 +94,17 @@ constexpr size_t kFirstSize = 10000;
   return hold_text(free_area(), nullptr, std::min(static_cast<size_t>(length), size - 1));
 }
 
-// A long text by itself is written from where it stands: copying it would cost as much as wrapping
-// it does. The storage for a copy is held all the same, since without storage a text is cut.
+// Copying a long text would cost as much as wrapping it does. But while it is written to a stream
+// without a descriptor, the program's own functions run, or memory of its moves: the text may be
+// what the stream itself has taken so far.
+[[nodiscard]] bool may_stay_where_it_is() {
+  return every_stream_has_a_descriptor();
+}
+
+// A long text by itself. The storage for a copy is held even where none is made, since without
+// storage a text is cut.
 [[nodiscard, gnu::format(printf, 3, 0)]] Text
-hold_in_place(size_t size, size_t length, const char *format, va_list args, int entry_errno) {
+hold_argument(size_t size, size_t length, const char *format, va_list args, int entry_errno) {
   char *block = take_buffer(size);
   if (block == nullptr)
     return expand_without_heap(format, args, entry_errno);
@@ -102,7 +112,22 @@ hold_in_place(size_t size, size_t length, const char *format, va_list args, int 
   va_copy(copy, args);
   const char *text = va_arg(copy, const char *);
   va_end(copy);
-  return hold_text(text, block, length);
+  if (may_stay_where_it_is())
+    return hold_text(text, block, length);
+  memcpy(block, text, length);
+  return hold_text(block, block, length);
+}
+
+// A format that stands for itself. Without storage it is written from where it stands, too.
+[[nodiscard]] Text hold_format(std::string_view format) {
+  const bool is_long = format.size() >= kFirstSize - 1;
+  if (is_long && may_stay_where_it_is())
+    return the_format_itself(format);
+  char *buffer = take_buffer(is_long ? format.size() + 2 : kFirstSize);
+  if (buffer == nullptr)
+    return the_format_itself(format);
+  memcpy(buffer, format.data(), format.size());
+  return hold_text(buffer, buffer == free_area() ? nullptr : buffer, format.size());
 }
 
 [[nodiscard, gnu::format(printf, 1, 0)]] Text expand(const char *format, va_list args) {
@@ -122,7 +147,7 @@ hold_in_place(size_t size, size_t length, const char *format, va_list args, int 
       return the_format_itself(format);
     size = next_size(length, size);
     if (length >= 0 && strcmp(format, "%s") == 0)
-      return hold_in_place(size, static_cast<size_t>(length), format, args, entry.value());
+      return hold_argument(size, static_cast<size_t>(length), format, args, entry.value());
   }
 }
 
@@ -131,7 +156,7 @@ hold_in_place(size_t size, size_t length, const char *format, va_list args, int 
 Text expand_text(const char *format, va_list args) {
   const char *percent = strchrnul(format, '%');
   if (*percent == '\0')
-    return the_format_itself({format, percent});
+    return hold_format({format, percent});
   return expand(format, args);
 }
 

@@ -374,6 +374,14 @@ TEST_F(SetSync, answers_a_query_of_several_types_with_minus_1) {
   EXPECT_EQ(msg_set_sync(kAllTypes, -1), -1);
 }
 
+TEST_F(SetSync, answers_a_query_of_several_types_with_a_first_flag_that_is_negative) {
+  for (const int flag : {-1, -2, -5}) {
+    _msg_get_stream_desc(MSG_DEBUG)->sync = flag;
+    EXPECT_EQ(msg_set_sync(MSG_DEBUG | MSG_ERROR, -1), flag);
+    EXPECT_EQ(msg_set_sync(MSG_INFO | MSG_DEBUG | MSG_ERROR, -1), -1);
+  }
+}
+
 TEST_F(SetSync, answers_a_query_of_no_type_with_minus_2) {
   EXPECT_EQ(msg_set_sync(0, -1), -2);
   EXPECT_EQ(msg_set_sync(32, -1), -2);

@@ -582,6 +582,52 @@ TEST_P(TextBuffer, that_is_refused_keeps_at_most_16383_characters) {
 
 INSTANTIATE_TEST_SUITE_P(Lengths, TextBuffer, testing::Values(16382, 16383, 16384, 100000));
 
+// A text whose source changes after the first write, as that of a stream in memory does when the
+// stream takes more. A short one, the longest that is expanded in one pass, and longer ones.
+class TextSource : public Writer, public testing::WithParamInterface<size_t> {
+protected:
+  const std::string text = std::string(GetParam(), 'x');
+  std::string source = text;
+
+  std::function<void()> overwriting() {
+    return [this] { source.assign(source.size(), 'z'); };
+  }
+};
+
+TEST_P(TextSource, may_change_while_an_argument_is_written) {
+  info.on_write = overwriting();
+  msg_print_with_prefix("P: ", "%s", source.c_str());
+  EXPECT_EQ(info.text(), "P: " + text + "\n");
+}
+
+TEST_P(TextSource, may_change_while_a_format_is_written) {
+  info.on_write = overwriting();
+  msg_print_with_prefix("P: ", source.c_str(), 0);
+  EXPECT_EQ(info.text(), "P: " + text + "\n");
+}
+
+TEST_P(TextSource, may_change_in_the_warning_about_a_stream_that_fails) {
+  FILE *kept = tmpfile();
+  FILE *full = fopen("/dev/full", "w");
+  ASSERT_TRUE(kept != nullptr && full != nullptr);
+  setvbuf(full, nullptr, _IONBF, 0);
+  msg_clear_streams(MSG_INFO);
+  msg_add_stream(MSG_INFO, kept);
+  msg_add_stream(MSG_INFO, full);
+  warn.on_write = overwriting();
+  msg_print_with_prefix("P: ", "%s", source.c_str());
+  EXPECT_NE(source, text) << "the warning was written";
+  std::string arrived(static_cast<size_t>(ftell(kept)), '\0');
+  rewind(kept);
+  EXPECT_EQ(fread(arrived.data(), 1, arrived.size(), kept), arrived.size());
+  EXPECT_EQ(arrived, "P: " + text + "\n");
+  msg_clear_streams(MSG_INFO);
+  fclose(kept);
+  fclose(full);
+}
+
+INSTANTIATE_TEST_SUITE_P(Lengths, TextSource, testing::Values(1, 9998, 9999, 20000));
+
 TEST_F(TextBuffer, that_is_refused_and_cannot_be_formatted_leaves_the_format) {
   support::refuse("malloc", ENOMEM);
   support::refuse("vsnprintf", EILSEQ);
