@@ -22,7 +22,7 @@ constinit platform_msgbuf *gMsgBuf = nullptr;
 
 namespace orv {
 
-constinit SocketState socket_state = {.buffer_changes = 0, .kept_lookups = nullptr};
+constinit SocketState socket_state = {};
 
 namespace {
 

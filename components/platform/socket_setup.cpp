@@ -51,14 +51,14 @@ void release_lookup(addrinfo *found) {
   freeaddrinfo(found);
 }
 
-// Kept: the lookups of opened ports and of connections are never released. They are few, and
-// chained here so that a leak checker sees them held.
-void keep_lookup(addrinfo *found) {
-  addrinfo *last = found;
-  while (last->ai_next != nullptr)
-    last = last->ai_next;
-  last->ai_next = socket_state.kept_lookups;
-  socket_state.kept_lookups = found;
+// Kept: the lookups of opened ports and of connections are never released, and they stay as the
+// system made them.
+void keep_lookup(const addrinfo *found) {
+  for (const addrinfo *&place : socket_state.kept_lookups)
+    if (place == nullptr) {
+      place = found;
+      return;
+    }
 }
 
 bool is_multicast_stream(const addrinfo &address) {
@@ -165,7 +165,8 @@ int connect_socket(const addrinfo *addresses) {
 } // namespace orv
 
 int platform_server_sock_open(int first, int end, int *port_out) {
-  errno = EINVAL; // what an empty range is
+  if (first >= end)
+    errno = EINVAL;
   int sock = orv::kTryNextPort;
   for (int port = first; port < end && sock == orv::kTryNextPort; port++) {
     sock = orv::open_on_port(port);

@@ -16,6 +16,7 @@ bool refuse_options = false;
 namespace {
 
 std::vector<Address> planned;
+addrinfo *same_result = nullptr;
 int planned_error = 0;
 int passing = 0;
 
@@ -44,6 +45,10 @@ void find(const std::vector<Address> &addresses) {
   planned = addresses;
 }
 
+void find_same(addrinfo *result) {
+  same_result = result;
+}
+
 void fail(int error, int skip) {
   planned_error = error;
   passing = skip;
@@ -65,6 +70,10 @@ int __wrap_getaddrinfo(const char *host, const char *service, const addrinfo *hi
   record.hints.push_back(*hints);
   if (planned_error != 0 && passing-- <= 0)
     return planned_error;
+  if (same_result != nullptr) {
+    *found = same_result;
+    return 0;
+  }
   if (planned.empty())
     return __real_getaddrinfo(host, service, hints, found);
   addrinfo **next = found;
@@ -77,6 +86,8 @@ int __wrap_getaddrinfo(const char *host, const char *service, const addrinfo *hi
 
 void __wrap_freeaddrinfo(addrinfo *found) {
   lookup::record.released++;
+  if (found == lookup::same_result)
+    return;
   if (lookup::planned.empty()) {
     __real_freeaddrinfo(found);
     return;

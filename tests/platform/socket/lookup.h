@@ -29,6 +29,9 @@ extern Record record;
 // The lookups to come find these addresses; an empty list ends the plan.
 void find(const std::vector<Address> &addresses);
 
+// The lookups to come all find this one result, which belongs to the test; null ends the plan.
+void find_same(addrinfo *result);
+
 // The lookups to come fail with this error; after `skip` that pass. 0 ends the plan.
 void fail(int error, int skip = 0);
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <netinet/tcp.h>
@@ -32,6 +33,7 @@ class SettingUp : public support::ResourceTest {
 protected:
   void TearDown() override {
     lookup::find({});
+    lookup::find_same(nullptr);
     lookup::fail(0);
     for (const int fd : opened)
       close(fd);
@@ -257,6 +259,27 @@ TEST_F(Serving, neither_listens_on_a_datagram_socket_nor_minds_its_address) {
   lookup::find({{.type = SOCK_DGRAM, .protocol = IPPROTO_UDP, .ipv4 = 0xe0000001U}});
   expect_blocks_left(2);
   EXPECT_GE(keep_open(platform_server_sock_open(0, 1, nullptr)), 0);
+}
+
+TEST_F(Serving, leaves_any_number_of_lookups_as_they_were_made) {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  addrinfo result = {};
+  result.ai_family = AF_INET;
+  result.ai_socktype = SOCK_STREAM;
+  result.ai_addr = reinterpret_cast<sockaddr *>(&address);
+  result.ai_addrlen = sizeof address;
+  const addrinfo before = result;
+  lookup::find_same(&result);
+  for (int i = 0; i < 70; i++) {
+    const int sock = platform_server_sock_open(0, 1, nullptr);
+    ASSERT_GE(sock, 0);
+    close(sock);
+  }
+  EXPECT_EQ(platform_sock_connect("localhost", 1), -1); // the result's port is 0
+  EXPECT_EQ(memcmp(&result, &before, sizeof result), 0);
+  EXPECT_EQ(lookup::record.released, 0);
 }
 
 // A program that has closed its standard input gets sockets with the number 0.
