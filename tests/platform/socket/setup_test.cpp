@@ -508,7 +508,7 @@ class Connecting : public Accepting {};
 
 TEST_F(Connecting, connects_to_a_host_and_port) {
   const int client = connect_client();
-  EXPECT_THAT(lookup::record.asked, testing::Contains("localhost:" + std::to_string(port)));
+  ASSERT_THAT(lookup::record.asked, testing::Contains("localhost:" + std::to_string(port)));
   const addrinfo &hints = lookup::record.hints.back();
   EXPECT_EQ(hints.ai_family, AF_INET);
   EXPECT_EQ(hints.ai_socktype, SOCK_STREAM);
