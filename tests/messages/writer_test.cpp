@@ -592,6 +592,13 @@ protected:
   std::function<void()> overwriting() {
     return [this] { source.assign(source.size(), 'z'); };
   }
+
+  static std::string written_to(FILE *file) {
+    std::string bytes(static_cast<size_t>(ftell(file)), '\0');
+    rewind(file);
+    EXPECT_EQ(fread(bytes.data(), 1, bytes.size(), file), bytes.size());
+    return bytes;
+  }
 };
 
 TEST_P(TextSource, may_change_while_an_argument_is_written) {
@@ -617,13 +624,22 @@ TEST_P(TextSource, may_change_in_the_warning_about_a_stream_that_fails) {
   warn.on_write = overwriting();
   msg_print_with_prefix("P: ", "%s", source.c_str());
   EXPECT_NE(source, text) << "the warning was written";
-  std::string arrived(static_cast<size_t>(ftell(kept)), '\0');
-  rewind(kept);
-  EXPECT_EQ(fread(arrived.data(), 1, arrived.size(), kept), arrived.size());
-  EXPECT_EQ(arrived, "P: " + text + "\n");
+  EXPECT_EQ(written_to(kept), "P: " + text + "\n");
   msg_clear_streams(MSG_INFO);
   fclose(kept);
   fclose(full);
+}
+
+TEST_P(TextSource, may_stay_as_it_is_while_it_is_written_to_files) {
+  FILE *file = tmpfile();
+  ASSERT_NE(file, nullptr);
+  msg_clear_streams(support::kAllTypes);
+  msg_add_stream(MSG_INFO, file);
+  msg_print("%s", source.c_str());
+  msg_print(source.c_str(), 0);
+  EXPECT_EQ(written_to(file), text + "\n" + text + "\n");
+  msg_clear_streams(MSG_INFO);
+  fclose(file);
 }
 
 INSTANTIATE_TEST_SUITE_P(Lengths, TextSource, testing::Values(1, 9998, 9999, 20000));
