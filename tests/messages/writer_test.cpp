@@ -504,6 +504,20 @@ TEST_F(TextBuffer, is_taken_once_for_a_long_text_that_stands_alone_and_given_bac
   }
 }
 
+TEST_F(TextBuffer, of_a_format_without_conversions_is_the_area_up_to_9998_bytes) {
+  const std::string longest(9998, 'x');
+  EXPECT_EQ(effort_of([&] { msg_print(longest.c_str(), 0); }).allocations, 0);
+  EXPECT_EQ(info.text(), longest + "\n");
+  for (const size_t length : {9999U, 10000U, 3000000U}) {
+    const std::string text(length, 'x');
+    info.forget();
+    const Effort effort = effort_of([&] { msg_print(text.c_str(), 0); });
+    EXPECT_EQ(info.text(), text + "\n");
+    EXPECT_EQ(effort.allocations, 1);
+    EXPECT_EQ(effort.last_allocation, length + 2);
+  }
+}
+
 TEST_F(TextBuffer, takes_a_long_text_with_any_character_beside_it) {
   const std::string text(10000, 'x');
   for (char character = ' '; character <= '~'; character++) {
@@ -564,6 +578,13 @@ TEST_F(TextBuffer, that_is_refused_does_not_keep_a_message_from_being_written) {
   support::refuse("malloc", ENOMEM);
   msg_warn("%s %d", "no storage", 1);
   EXPECT_EQ(warn.text(), "Warning: no storage 1\n");
+}
+
+TEST_F(TextBuffer, that_is_refused_leaves_a_long_format_without_conversions_whole) {
+  support::refuse("malloc", ENOMEM);
+  const std::string text(100000, 'x');
+  msg_print_raw(text.c_str(), 0);
+  EXPECT_EQ(info.text(), text);
 }
 
 TEST_F(TextBuffer, that_is_refused_as_it_grows_leaves_what_fits_the_area) {
